@@ -1,0 +1,28 @@
+# The two commands of the README. Everything else goes through CMake presets.
+.PHONY: test test-asan deps build demo fuzz clean
+
+deps:
+	./scripts/install-deps
+
+build: deps
+	cmake --preset default
+	cmake --build --preset default
+
+test: build
+	ctest --preset default
+
+test-asan: deps
+	cmake --preset asan-ubsan
+	cmake --build --preset asan-ubsan
+	ctest --preset asan-ubsan
+
+fuzz: deps
+	cmake --preset fuzz
+	cmake --build --preset fuzz
+
+demo:
+	@echo "make demo: the host program (havrel-central) does not exist yet; nothing to run." >&2
+	@exit 1
+
+clean:
+	rm -rf build
