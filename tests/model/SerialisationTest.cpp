@@ -178,3 +178,18 @@ TEST(Archive, RestoresTheObjectGraphAndLogsFailures) {
 
 }  // namespace
 }  // namespace havrel
+
+#include "model/HVNoteNames.hpp"
+
+namespace havrel {
+namespace {
+
+TEST(NoteNames, OctavesStartTwoBelowZero) {
+    EXPECT_EQ(noteStringFromNoteValue(60), "C 3");
+    EXPECT_EQ(noteStringFromNoteValue(0), "C -2");
+    EXPECT_EQ(noteStringFromNoteValue(127), "G 8");
+    EXPECT_EQ(noteStringFromNoteValue(61), "C# 3");
+}
+
+}  // namespace
+}  // namespace havrel
