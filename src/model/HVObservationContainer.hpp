@@ -1,0 +1,18 @@
+#pragma once
+// Observer records: a weak observer and a typed callback. Entries whose observer is gone are
+// dropped at the next notification.
+
+#include <memory>
+
+namespace havrel {
+
+class HVObservationContainer {
+public:
+    virtual ~HVObservationContainer() = default;
+    // Any object owned by a shared_ptr; only its lifetime matters.
+    std::weak_ptr<void> observer;
+
+    bool observerIsAlive() const { return !observer.expired(); }
+};
+
+}  // namespace havrel

@@ -1,0 +1,97 @@
+#include "platform/Timer.hpp"
+
+#include "platform/Assert.hpp"
+
+namespace havrel {
+
+Timer::Timer(std::weak_ptr<WorkQueue> queue, Duration interval, bool repeats, Callback callback)
+    : queue_(std::move(queue)), repeats_(repeats), callback_(std::move(callback)),
+      interval_(interval) {
+    HV_ASSERT(callback_ != nullptr);
+    HV_ASSERT(interval >= Duration::zero());
+    HV_ASSERT(!repeats || interval > Duration::zero());
+}
+
+std::shared_ptr<Timer> Timer::create(WorkQueue& queue, Duration interval, bool repeats,
+                                     Callback callback) {
+    return std::make_shared<Timer>(queue.weak_from_this(), interval, repeats, std::move(callback));
+}
+
+std::shared_ptr<Timer> Timer::scheduled(WorkQueue& queue, Duration interval, bool repeats,
+                                        Callback callback) {
+    auto timer = create(queue, interval, repeats, std::move(callback));
+    timer->schedule();
+    return timer;
+}
+
+void Timer::schedule() {
+    schedule(interval());
+}
+
+void Timer::schedule(Duration initialDelay) {
+    auto queue = queue_.lock();
+    if (!queue) {
+        return;
+    }
+    std::lock_guard lock(mutex_);
+    valid_ = true;
+    arm(queue, queue->now() + std::max(initialDelay, Duration::zero()), ++generation_);
+}
+
+void Timer::rearm(Duration interval) {
+    HV_ASSERT(interval >= Duration::zero());
+    HV_ASSERT(!repeats_ || interval > Duration::zero());
+    {
+        std::lock_guard lock(mutex_);
+        interval_ = interval;
+    }
+    schedule(interval);
+}
+
+void Timer::invalidate() {
+    std::lock_guard lock(mutex_);
+    valid_ = false;
+    ++generation_;
+}
+
+bool Timer::isValid() const {
+    std::lock_guard lock(mutex_);
+    return valid_;
+}
+
+Timer::Duration Timer::interval() const {
+    std::lock_guard lock(mutex_);
+    return interval_;
+}
+
+// With the mutex held.
+void Timer::arm(std::shared_ptr<WorkQueue> queue, Clock::TimePoint due, std::uint64_t generation) {
+    due_ = due;
+    queue->postAt(due, [self = shared_from_this(), generation] { self->fire(generation); });
+}
+
+void Timer::fire(std::uint64_t generation) {
+    {
+        std::lock_guard lock(mutex_);
+        if (!valid_ || generation != generation_) {
+            return;
+        }
+        if (repeats_) {
+            auto queue = queue_.lock();
+            if (!queue) {
+                return;
+            }
+            const auto now = queue->now();
+            auto next = due_ + interval_;
+            if (next <= now) {
+                next += (now - due_) / interval_ * interval_;
+            }
+            arm(std::move(queue), next, generation);
+        } else {
+            valid_ = false;
+        }
+    }
+    callback_();
+}
+
+}  // namespace havrel

@@ -1,0 +1,156 @@
+#include "platform/WorkQueue.hpp"
+
+#include "platform/Assert.hpp"
+
+#include <asio/post.hpp>
+
+#include <algorithm>
+
+namespace havrel {
+
+namespace {
+thread_local const WorkQueue* currentQueue = nullptr;
+}  // namespace
+
+WorkQueue::CurrentScope::CurrentScope(const WorkQueue& queue) : previous_(currentQueue) {
+    currentQueue = &queue;
+}
+
+WorkQueue::CurrentScope::~CurrentScope() {
+    currentQueue = previous_;
+}
+
+WorkQueue::WorkQueue(std::string label, std::shared_ptr<Clock> clock)
+    : loop_(std::make_unique<Loop>()), label_(std::move(label)), clock_(std::move(clock)) {
+    HV_ASSERT(clock_ != nullptr);
+}
+
+WorkQueue::~WorkQueue() {
+    if (clock_->isManual()) {
+        static_cast<ManualClock&>(*clock_).detach(this);
+    }
+}
+
+WorkQueue* WorkQueue::current() {
+    return const_cast<WorkQueue*>(currentQueue);
+}
+
+bool WorkQueue::isCurrent() const {
+    return currentQueue == this;
+}
+
+Clock::TimePoint WorkQueue::now() const {
+    return clock()->now();
+}
+
+std::shared_ptr<Clock> WorkQueue::clock() const {
+    std::lock_guard lock(mutex_);
+    return clock_;
+}
+
+void WorkQueue::attachToClock() {
+    auto clock = this->clock();
+    if (clock->isManual()) {
+        std::weak_ptr<WorkQueue> self = weak_from_this();
+        static_cast<ManualClock&>(*clock).attach(std::move(self));
+    }
+}
+
+void WorkQueue::resetLoop(std::shared_ptr<Clock> clock) {
+    HV_ASSERT(clock != nullptr);
+    std::vector<Delayed> discarded;
+    std::shared_ptr<Clock> previous;
+    {
+        std::lock_guard lock(mutex_);
+        discarded.swap(delayed_);
+        previous = std::exchange(clock_, std::move(clock));
+    }
+    if (previous->isManual()) {
+        static_cast<ManualClock&>(*previous).detach(this);
+    }
+    // The old loop's pending handlers are destroyed with it, outside the lock.
+    loop_ = std::make_unique<Loop>();
+    attachToClock();
+}
+
+bool WorkQueue::later(const Delayed& a, const Delayed& b) {
+    return a.due != b.due ? a.due > b.due : a.sequence > b.sequence;
+}
+
+void WorkQueue::post(Work work) {
+    HV_ASSERT(work != nullptr);
+    asio::post(loop_->io, std::move(work));
+}
+
+void WorkQueue::postAfter(Duration delay, Work work) {
+    if (delay <= Duration::zero()) {
+        post(std::move(work));
+        return;
+    }
+    postAt(now() + delay, std::move(work));
+}
+
+void WorkQueue::postAt(TimePoint due, Work work) {
+    HV_ASSERT(work != nullptr);
+    bool earliest = false;
+    bool manual = false;
+    {
+        std::lock_guard lock(mutex_);
+        delayed_.push_back(Delayed{due, nextSequence_++, std::move(work)});
+        std::push_heap(delayed_.begin(), delayed_.end(), later);
+        earliest = delayed_.front().sequence == nextSequence_ - 1;
+        manual = clock_->isManual();
+    }
+    // A manual clock runs the heap from advance(); the steady clock needs the wake timer moved
+    // forward when this item is now the first due. The timer belongs to the queue's thread.
+    if (earliest && !manual) {
+        asio::post(loop_->io, [this] { armWake(); });
+    }
+}
+
+void WorkQueue::armWake() {
+    TimePoint due;
+    {
+        std::lock_guard lock(mutex_);
+        if (delayed_.empty()) {
+            return;
+        }
+        due = delayed_.front().due;
+    }
+    loop_->wake.expires_at(due);
+    loop_->wake.async_wait([this](const std::error_code& error) {
+        if (!error) {
+            runDueDelayed();
+            armWake();
+        }
+    });
+}
+
+std::optional<Clock::TimePoint> WorkQueue::nextDue() const {
+    std::lock_guard lock(mutex_);
+    if (delayed_.empty()) {
+        return std::nullopt;
+    }
+    return delayed_.front().due;
+}
+
+std::size_t WorkQueue::runDueDelayed() {
+    std::size_t ran = 0;
+    for (;;) {
+        Work work;
+        {
+            std::lock_guard lock(mutex_);
+            if (delayed_.empty() || delayed_.front().due > clock_->now()) {
+                break;
+            }
+            std::pop_heap(delayed_.begin(), delayed_.end(), later);
+            work = std::move(delayed_.back().work);
+            delayed_.pop_back();
+        }
+        work();
+        ++ran;
+    }
+    return ran;
+}
+
+}  // namespace havrel
