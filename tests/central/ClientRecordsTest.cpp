@@ -1,6 +1,7 @@
 #include "central/HVFileRepresentation.hpp"
 #include "central/RNCentral.hpp"
 #include "central/RNClient.hpp"
+#include "model/HVEncodedConfiguration.hpp"
 #include "platform/Log.hpp"
 
 #include <gtest/gtest.h>
@@ -55,6 +56,8 @@ TEST(ClientRecords, CopiesKeepOnlyWireFields) {
     client->state = RNClientStateRefused;
     client->errorMessage = "too old";
     client->supersededByUSB = true;
+    client->configuration = HVEncodedConfiguration::create();
+    EXPECT_EQ(client->dictionary(), handshake());
 
     auto copy = client->copy();
     ASSERT_NE(copy, client);
