@@ -43,6 +43,12 @@ TEST(EncodedRangeCommand, QuantisesToNinthsOfFiveElevenIncludingTheFloatNarrowin
     // Above 1.0 the ninth bit (2) is shifted out of the byte and low wraps: 1.5 * 511 = 766.5.
     EXPECT_EQ(encode({rangeValue(0, 0, 1.5)}), (Bytes{1, 1, 0, 0, 254}));
 
+    // Positions the form cannot carry still encode without a fault: NaN and negatives as 0.
+    EXPECT_EQ(encode({rangeValue(0, 0, std::nan(""))}), (Bytes{1, 1, 0, 0, 0}));
+    EXPECT_EQ(encode({rangeValue(0, 0, -0.5)}), (Bytes{1, 1, 0, 0, 0}));
+    EXPECT_EQ(encode({rangeValue(0, 0, 1e300)}).size(), 5u);
+    EXPECT_EQ(encode({rangeValue(0, 0, INFINITY)}).size(), 5u);
+
     // Every k / 511 comes back as itself.
     for (int k = 0; k <= 511; ++k) {
         auto decoded = HVEncodedRangeCommand::initWithData(encode({rangeValue(5, 2, k / 511.0)}));
