@@ -80,10 +80,10 @@ private:
             }
             auto job = std::move(jobs.front());
             jobs.pop_front();
+            ++executedCount;  // counted on start, so a caller that waited for the job sees it
             lock.unlock();
             job();
             lock.lock();
-            ++executedCount;
         }
     }
 
