@@ -85,34 +85,17 @@ void HVCentralConnectionTypeManager::registerMIDIOutputObserverIfNeeded() {
 
 void HVCentralConnectionTypeManager::rangeContainerValueDidChange(const Notification& notification) {
     log("[HVCentralDiag] rangeContainerValueDidChange notification received");
-    const auto& userInfo = notification.userInfo;
-    if (userInfo.is_object()) {
-        auto target = userInfo.find("transitionTarget");
-        if (target != userInfo.end() && target->is_boolean() && target->get<bool>()) {
-            return;
-        }
-    }
     const auto* change = notification.objectAs<HVRangeContainerChange>();
-    if (change == nullptr || !change->rangeContainer) {
+    // A transition's target is not a MIDI event; the steps that follow are.
+    if (change == nullptr || change->transitionTarget || !change->rangeContainer) {
         return;
-    }
-    std::vector<double> position;
-    if (userInfo.is_object()) {
-        auto newValue = userInfo.find("newValue");
-        if (newValue != userInfo.end() && newValue->is_array()) {
-            for (const auto& coordinate : *newValue) {
-                if (coordinate.is_number()) {
-                    position.push_back(coordinate.get<double>());
-                }
-            }
-        }
     }
     auto manager = HVTransmissionManager::shared();
     if (!manager) {
         log("[HVCentralDiag] no transmission manager installed, position dropped");
         return;
     }
-    handleRangeContainerValueDidChange(change->rangeContainer, position, change->dataWrapper, *manager);
+    handleRangeContainerValueDidChange(change->rangeContainer, change->newValue, change->dataWrapper, *manager);
 }
 
 void HVCentralConnectionTypeManager::handleRangeContainerValueDidChange(const HVMidiRangeContainerPtr& rangeContainer,

@@ -231,15 +231,18 @@ TEST(RangeContainer, AcceptedPositionsArePostedToTheMainQueueLater) {
     NotificationCenter::defaultCenter().removeObserver(&observer);
 
     ASSERT_EQ(received.size(), 3u);
-    EXPECT_EQ(received[0].userInfo["newValue"], (Dictionary{0.25}));
-    EXPECT_EQ(received[0].userInfo["oldValue"], Dictionary::array());
-    EXPECT_FALSE(received[0].userInfo.contains("transitionStep"));
-    EXPECT_EQ(received[1].userInfo["oldValue"], (Dictionary{0.25}));
-    EXPECT_EQ(received[1].userInfo["transitionStep"], true);
-    EXPECT_EQ(received[2].userInfo["transitionTarget"], true);
-    const auto* change = received[0].objectAs<HVRangeContainerChange>();
-    ASSERT_NE(change, nullptr);
-    EXPECT_EQ(change->rangeContainer, container);
+    const auto* first = received[0].objectAs<HVRangeContainerChange>();
+    const auto* second = received[1].objectAs<HVRangeContainerChange>();
+    const auto* target = received[2].objectAs<HVRangeContainerChange>();
+    ASSERT_TRUE(first && second && target);
+    EXPECT_EQ(first->rangeContainer, container);
+    EXPECT_EQ(first->newValue, std::vector<double>{0.25});
+    EXPECT_TRUE(first->oldValue.empty());
+    EXPECT_FALSE(first->transitionStep);
+    EXPECT_EQ(second->oldValue, std::vector<double>{0.25});
+    EXPECT_TRUE(second->transitionStep);
+    EXPECT_TRUE(target->transitionTarget);
+    EXPECT_EQ(received[0].sender, nullptr);
     EXPECT_EQ(container->currentRangePosition(), std::vector<double>{0.9});
 }
 

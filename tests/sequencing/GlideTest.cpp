@@ -84,9 +84,11 @@ TEST_F(SequencingTest, GlideToAStopPlaysInVirtualTime) {
     axis->addRangeContainer(container);
     auto wrapper = HVMidiAxisDataWrapper::midiAxisWrapperWithAxisArray({axis});
 
-    std::vector<Dictionary> posted;
+    std::vector<HVRangeContainerChange> posted;
     NotificationCenter::defaultCenter().addObserver(this, NotificationRangeContainerDidChangeValue, nullptr,
-                                                    [&](const Notification& n) { posted.push_back(n.userInfo); });
+                                                    [&](const Notification& n) {
+                                                        posted.push_back(*n.objectAs<HVRangeContainerChange>());
+                                                    });
     wrapper->setCurrentRangePosition(0.2, 0, true);
     scope_.advance(milliseconds(0));
     ASSERT_EQ(posted.size(), 1u);
@@ -104,11 +106,11 @@ TEST_F(SequencingTest, GlideToAStopPlaysInVirtualTime) {
     scope_.advance(milliseconds(500));
 
     ASSERT_GT(posted.size(), 10u);
-    EXPECT_EQ(posted.front()["transitionTarget"], true);
+    EXPECT_TRUE(posted.front().transitionTarget);
     for (std::size_t i = 1; i < posted.size(); ++i) {
-        EXPECT_EQ(posted[i]["transitionStep"], true) << i;
+        EXPECT_TRUE(posted[i].transitionStep) << i;
     }
-    EXPECT_EQ(posted.back()["newValue"], (Dictionary{1.0}));
+    EXPECT_EQ(posted.back().newValue, std::vector<double>{1.0});
     EXPECT_EQ(container->currentRangePosition(), std::vector<double>{1.0});
     EXPECT_TRUE(container->sequences().empty());
     EXPECT_TRUE(HVSequenceManager::sharedInstance()->timerIsPaused());
