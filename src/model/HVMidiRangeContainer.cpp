@@ -346,26 +346,21 @@ bool HVMidiRangeContainer::shouldBroadcastForMultiAxialValues(const std::vector<
 void HVMidiRangeContainer::setCurrentRangePosition(const std::vector<double>& position, bool broadcastChange,
                                                    const std::shared_ptr<HVMidiAxisDataWrapper>& dataWrapper,
                                                    bool transitionStep) {
-    std::vector<double> old = currentRangePosition_;
+    std::vector<double> old = std::move(currentRangePosition_);
     currentRangePosition_ = position;
     if (!broadcastChange) {
         return;
     }
-    Dictionary userInfo{{"newValue", position}, {"oldValue", old}};
-    if (transitionStep) {
-        userInfo["transitionStep"] = true;
-    }
-    Notification notification{NotificationRangeContainerDidChangeValue, nullptr, std::move(userInfo),
-                              HVRangeContainerChange{shared_from_this(), dataWrapper}};
-    NotificationCenter::defaultCenter().postOnMainQueue(std::move(notification));
+    HVRangeContainerChange change{shared_from_this(), dataWrapper, position, std::move(old), transitionStep, false};
+    NotificationCenter::defaultCenter().postOnMainQueue(
+        Notification{NotificationRangeContainerDidChangeValue, nullptr, Dictionary(), std::move(change)});
 }
 
 void HVMidiRangeContainer::broadcastTransitionTargetWithDataWrapper(
     const std::shared_ptr<HVMidiAxisDataWrapper>& dataWrapper) {
-    Notification notification{NotificationRangeContainerDidChangeValue, nullptr,
-                              Dictionary{{"transitionTarget", true}},
-                              HVRangeContainerChange{shared_from_this(), dataWrapper}};
-    NotificationCenter::defaultCenter().postOnMainQueue(std::move(notification));
+    HVRangeContainerChange change{shared_from_this(), dataWrapper, {}, {}, false, true};
+    NotificationCenter::defaultCenter().postOnMainQueue(
+        Notification{NotificationRangeContainerDidChangeValue, nullptr, Dictionary(), std::move(change)});
 }
 
 std::vector<std::shared_ptr<HVContainerSequence>> HVMidiRangeContainer::sequences() const {

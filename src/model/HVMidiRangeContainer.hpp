@@ -25,12 +25,17 @@ inline constexpr HVContainerType HVContainerTypeRadial = 1;
 // The never-sent mark of lastValueBroadcasted: outside every MIDI range.
 inline constexpr std::uint64_t HVLastValueNeverBroadcasted = 266;
 
-// The payload of "NotificationRangeContainerDidChangeValue" beside its user info. The user info
-// holds "newValue" and "oldValue" (position arrays), and "transitionStep" or "transitionTarget"
-// when set; the objects travel here.
+// The user info of "NotificationRangeContainerDidChangeValue", as a typed payload (the
+// notification's object) rather than a dictionary: it is posted for every accepted position,
+// and its keys are "rangeContainer", "dataWrapper", "newValue", "oldValue", "transitionStep"
+// and "transitionTarget".
 struct HVRangeContainerChange {
     std::shared_ptr<HVMidiRangeContainer> rangeContainer;
     std::shared_ptr<HVMidiAxisDataWrapper> dataWrapper;  // nullptr when none was given
+    std::vector<double> newValue;
+    std::vector<double> oldValue;
+    bool transitionStep = false;
+    bool transitionTarget = false;
 };
 
 // The distance between two points as the radial pads measure it: differences in double, each

@@ -9,6 +9,12 @@ std::recursive_mutex& HVSequenceManagerLock() {
 
 namespace {
 
+// A lock of its own: the factory is installed while the scheduler is being created.
+std::mutex& factoryMutex() {
+    static std::mutex mutex;
+    return mutex;
+}
+
 HVLinearTransitionFactory& factorySlot() {
     static HVLinearTransitionFactory factory;
     return factory;
@@ -17,12 +23,12 @@ HVLinearTransitionFactory& factorySlot() {
 }  // namespace
 
 void HVSetLinearTransitionFactory(HVLinearTransitionFactory factory) {
-    std::lock_guard lock(HVSequenceManagerLock());
+    std::lock_guard lock(factoryMutex());
     factorySlot() = std::move(factory);
 }
 
 HVLinearTransitionFactory HVInstalledLinearTransitionFactory() {
-    std::lock_guard lock(HVSequenceManagerLock());
+    std::lock_guard lock(factoryMutex());
     return factorySlot();
 }
 

@@ -4,12 +4,12 @@
 
 namespace havrel {
 
-MainQueue::MainQueue(std::shared_ptr<Clock> clock) : WorkQueue("main", std::move(clock)) {}
+MainQueue::MainQueue(Key, std::shared_ptr<Clock> clock) : WorkQueue("main", std::move(clock)) {}
 
 MainQueue& MainQueue::shared() {
     // Never destroyed: work of other long-lived objects may still post to it at exit.
     static auto* const instance = new std::shared_ptr<MainQueue>([] {
-        auto queue = std::make_shared<MainQueue>(Clock::steady());
+        auto queue = std::make_shared<MainQueue>(Key{}, Clock::steady());
         queue->attachToClock();
         return queue;
     }());

@@ -5,7 +5,8 @@
 //
 // Test mode: enableManualClock() gives the queue a manual clock. advance(d) then runs, on the
 // calling thread, everything that falls due within d in due order, including what that work
-// posts, without sleeping. Serial queues created afterwards share the manual clock.
+// posts, without sleeping; that thread is then the main queue's thread, and nothing calls
+// run() meanwhile. Serial queues created afterwards share the manual clock.
 
 #include "platform/WorkQueue.hpp"
 
@@ -40,7 +41,11 @@ public:
     // Only while no thread runs the queue; Asio objects made on context() before must be gone.
     void resetForTesting();
 
-    explicit MainQueue(std::shared_ptr<Clock> clock);
+private:
+    struct Key {};  // only shared() makes the main queue
+
+public:
+    MainQueue(Key, std::shared_ptr<Clock> clock);
 
 private:
     std::size_t runDueWork() override;

@@ -117,14 +117,15 @@ std::optional<Dictionary> fromPlist(plist_t node, int depth) {
         }
         return array;
     }
-    case PLIST_STRING:
+    case PLIST_STRING: {
+        // By pointer and length: a string may hold NUL bytes.
+        std::uint64_t length = 0;
+        const char* text = plist_get_string_ptr(node, &length);
+        return Dictionary(text != nullptr ? std::string(text, length) : std::string());
+    }
     case PLIST_KEY: {
         char* text = nullptr;
-        if (plist_get_node_type(node) == PLIST_STRING) {
-            plist_get_string_val(node, &text);
-        } else {
-            plist_get_key_val(node, &text);
-        }
+        plist_get_key_val(node, &text);
         std::string result = text != nullptr ? text : "";
         std::free(text);
         return Dictionary(result);

@@ -11,12 +11,12 @@ std::shared_ptr<SerialQueue> SerialQueue::create(std::string label, std::shared_
     if (!clock) {
         clock = MainQueue::shared().clock();
     }
-    auto queue = std::make_shared<SerialQueue>(std::move(label), std::move(clock));
+    auto queue = std::make_shared<SerialQueue>(Key{}, std::move(label), std::move(clock));
     queue->attachToClock();
     return queue;
 }
 
-SerialQueue::SerialQueue(std::string label, std::shared_ptr<Clock> clock)
+SerialQueue::SerialQueue(Key, std::string label, std::shared_ptr<Clock> clock)
     : WorkQueue(std::move(label), std::move(clock)) {
     thread_ = std::thread([this] {
         CurrentScope scope(*this);

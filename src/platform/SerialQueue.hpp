@@ -25,7 +25,11 @@ public:
     // An exception of the work is thrown here.
     void sync(const Work& work);
 
-    SerialQueue(std::string label, std::shared_ptr<Clock> clock);
+private:
+    struct Key {};  // only create() makes serial queues: they must be owned by a shared_ptr
+
+public:
+    SerialQueue(Key, std::string label, std::shared_ptr<Clock> clock);
 
 private:
     std::size_t runDueWork() override;

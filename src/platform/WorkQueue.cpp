@@ -5,6 +5,7 @@
 #include <asio/post.hpp>
 
 #include <algorithm>
+#include <utility>
 
 namespace havrel {
 

@@ -1,0 +1,86 @@
+// Decode and dispatch of binary range commands: 16 entries a command, a configuration of 64
+// wrappers with CC, note and pitch containers, through the main queue to a counting
+// transmission manager. Log lines are formatted but discarded (no terminal in the loop).
+#include "central/HVCentralConnectionTypeManager.hpp"
+#include "central/RNClient.hpp"
+#include "model/HVEncodedConfiguration.hpp"
+#include "platform/Log.hpp"
+#include "platform/MainQueue.hpp"
+
+#include <benchmark/benchmark.h>
+
+#include <memory>
+
+namespace {
+
+using namespace havrel;
+
+class DiscardingSink final : public LogSink {
+public:
+    void write(std::string_view line) override { benchmark::DoNotOptimize(line.data()); }
+};
+
+class CountingTransmissionManager final : public HVTransmissionManager {
+public:
+    std::uint64_t count = 0;
+    void broadcastController(std::uint64_t, std::uint64_t, std::uint64_t) override { ++count; }
+    void broadcastNote(std::uint64_t, std::uint64_t, std::uint64_t) override { ++count; }
+    void broadcastProgramChange(std::uint64_t, std::uint64_t) override { ++count; }
+    void broadcastPitchBendWithChannel(std::uint64_t, std::uint64_t, std::uint64_t) override { ++count; }
+};
+
+std::shared_ptr<HVEncodedConfiguration> makeConfiguration() {
+    auto configuration = HVEncodedConfiguration::create();
+    for (std::uint64_t n = 1; n <= 64; ++n) {
+        auto container = HVMidiRangeContainer::containerWithDefaultValuesAndChannel(1 + n % 16, n % 128, n % 3 == 1);
+        if (n % 3 == 2) {
+            container->signalType = HVSignalTypePitch;
+            container->values[1]->value = 16383;
+        }
+        auto axis = HVMidiAxisData::create();
+        axis->addRangeContainer(container);
+        auto wrapper = HVMidiAxisDataWrapper::midiAxisWrapperWithAxisArray({axis});
+        wrapper->numericID = n;
+        configuration->dataWrappers.push_back(wrapper);
+    }
+    return configuration;
+}
+
+void BM_RangeCommandDispatch(benchmark::State& state) {
+    auto previousSink = setLogSink(std::make_shared<DiscardingSink>());
+    MainQueue::shared().resetForTesting();
+    auto counter = std::make_shared<CountingTransmissionManager>();
+    HVTransmissionManager::setShared(counter);
+    HVCentralConnectionTypeManager manager;
+    manager.registerValueChangeObserversIfNeeded();
+    auto client = RNClient::create();
+    client->configuration = makeConfiguration();
+
+    // Commands whose positions change every time, so that no entry is a repeat.
+    std::vector<Bytes> commands;
+    for (int c = 0; c < 64; ++c) {
+        std::vector<HVEncodedRangeValue> values;
+        for (int i = 0; i < 16; ++i) {
+            std::uint64_t wrapper = 1 + (c * 16 + i) % 64;
+            values.push_back(HVEncodedRangeValue::rangeValueWithDataWraperID(wrapper, 0, ((c * 7 + i * 13) % 512) / 511.0));
+        }
+        commands.push_back(*HVEncodedRangeCommand::rangeCommandWithRangeValues(values).data());
+    }
+    std::size_t next = 0;
+    std::int64_t entries = 0;
+    for (auto _ : state) {
+        manager.didReceiveRangeData(commands[next], client);
+        next = (next + 1) % commands.size();
+        MainQueue::shared().poll();
+        entries += 16;
+    }
+    state.counters["entries/s"] = benchmark::Counter(static_cast<double>(entries), benchmark::Counter::kIsRate);
+    state.counters["broadcasts"] = static_cast<double>(counter->count);
+    HVTransmissionManager::setShared(nullptr);
+    setLogSink(previousSink);
+}
+
+}  // namespace
+
+BENCHMARK(BM_RangeCommandDispatch);
+BENCHMARK_MAIN();

@@ -1,0 +1,59 @@
+#pragma once
+// A value guarded by its own read-write lock: reads copy under the read lock, writes and
+// modifications run under the write lock. Access is atomic per field, not per operation: a read
+// followed by a write is two steps.
+//
+// PThreadMutex is the reference form (not copyable; share it by pointer). PThreadMutexValue is
+// the value form: a copy takes the value as it is now and gets a lock of its own.
+
+#include "MIDIInternals/PThreadRWLock.hpp"
+
+#include <utility>
+
+namespace MIDIInternals {
+
+template <class T>
+class PThreadMutex {
+public:
+    PThreadMutex() = default;
+    explicit PThreadMutex(T initial) : value(std::move(initial)) {}
+    PThreadMutex(const PThreadMutex&) = delete;
+    PThreadMutex& operator=(const PThreadMutex&) = delete;
+
+    T wrappedValue() const {
+        PThreadReadGuard guard(lock);
+        return value;
+    }
+
+    void setWrappedValue(T newValue) {
+        PThreadWriteGuard guard(lock);
+        value = std::move(newValue);
+    }
+
+    // Runs `mutation(T&)` with the write lock held. Nothing called in it may use this holder.
+    template <class F>
+    decltype(auto) modify(F&& mutation) {
+        PThreadWriteGuard guard(lock);
+        return std::forward<F>(mutation)(value);
+    }
+
+protected:
+    T value{};
+    mutable PThreadRWLock lock;
+};
+
+template <class T>
+class PThreadMutexValue : public PThreadMutex<T> {
+public:
+    PThreadMutexValue() = default;
+    explicit PThreadMutexValue(T initial) : PThreadMutex<T>(std::move(initial)) {}
+    PThreadMutexValue(const PThreadMutexValue& other) : PThreadMutex<T>(other.wrappedValue()) {}
+    PThreadMutexValue& operator=(const PThreadMutexValue& other) {
+        if (this != &other) {
+            this->setWrappedValue(other.wrappedValue());
+        }
+        return *this;
+    }
+};
+
+}  // namespace MIDIInternals

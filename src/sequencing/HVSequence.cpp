@@ -1,0 +1,278 @@
+#include "sequencing/HVSequence.hpp"
+
+#include "platform/MainQueue.hpp"
+#include "sequencing/HVRangeContainerSequence.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <chrono>
+
+namespace havrel {
+
+namespace {
+
+std::mutex& sharedSlotMutex() {
+    static std::mutex mutex;
+    return mutex;
+}
+
+std::shared_ptr<HVSequenceManager>& sharedSlot() {
+    static std::shared_ptr<HVSequenceManager> instance;
+    return instance;
+}
+
+std::string positionText(const std::optional<std::vector<double>>& position) {
+    return position ? Dictionary(*position).dump() : std::string("(null)");
+}
+
+}  // namespace
+
+std::shared_ptr<HVMIDISequenceTimeslice> HVMIDISequenceTimeslice::create(std::optional<std::vector<double>> rangePosition,
+                                                                         double timePositionInLoop, double timestamp) {
+    auto slice = std::make_shared<HVMIDISequenceTimeslice>();
+    slice->rangePosition = std::move(rangePosition);
+    slice->timePositionInLoop = timePositionInLoop;
+    slice->timestamp = timestamp;
+    return slice;
+}
+
+std::string HVMIDISequenceTimeslice::description() const {
+    return fmt::format("HVMIDISequenceTimeslice: rangePosition: {} timePositionInLoop:{:f} timestamp: {:f}",
+                       positionText(rangePosition), timePositionInLoop, timestamp);
+}
+
+void HVSequence::playWithPlayerCallback(PlayerCallback callback) {
+    if (timeSlices.empty()) {
+        return;
+    }
+    auto manager = HVSequenceManager::sharedInstance();
+    std::lock_guard lock(HVSequenceManagerLock());
+    manager->requestPlayback(shared_from_this());
+    const double now = manager->currentTime();
+    previousPlayedSliceTime = now;
+    playerCallback = std::move(callback);
+    state = HVSequenceStatePlaying;
+    loopPlayStartTime = now;
+    indexInSequence = 0;
+    nextSlice = timeSlices.front();
+}
+
+void HVSequence::stopPlayback() {
+    HVSequenceManager::sharedInstance()->requestStopPlayback(shared_from_this());
+}
+
+void HVSequence::playbackTick() {
+    if (!nextSlice) {
+        return;
+    }
+    if (nextSlice->rangePosition && playerCallback) {
+        playerCallback(*nextSlice);
+    }
+    previousPlayedSliceTime += nextSlice->timePositionInLoop;
+    indexInSequence += 1;
+    if (indexInSequence >= timeSlices.size()) {
+        if (!autoRepeats) {
+            state = HVSequenceStateIdle;
+            stopPlayback();
+            return;
+        }
+        indexInSequence = 0;
+    }
+    if (!timeSlices.empty()) {
+        nextSlice = timeSlices[indexInSequence];
+    }
+}
+
+std::shared_ptr<HVComponentSequence> HVComponentSequence::sequenceWithDataWrapper(
+    const HVMidiAxisDataWrapperPtr& dataWrapper, const HVMidiAxisDataPtr& axisData, bool autoRepeats) {
+    auto sequence = std::make_shared<HVComponentSequence>();
+    sequence->dataWrapper = dataWrapper;
+    sequence->axisData = axisData;
+    sequence->autoRepeats = autoRepeats;
+    return sequence;
+}
+
+void HVComponentSequence::addPosition(std::optional<std::vector<double>> position) {
+    const double now = HVSequenceManager::sharedInstance()->currentTime();
+    const double delay = previouslyRecordedSlice ? now - previouslyRecordedSlice->timestamp : 0.0;
+    auto slice = HVMIDISequenceTimeslice::create(std::move(position), delay, now);
+    timeSlices.push_back(slice);
+    previouslyRecordedSlice = slice;
+}
+
+void HVComponentSequence::startRecording() {
+    auto manager = HVSequenceManager::sharedInstance();
+    std::lock_guard lock(HVSequenceManagerLock());
+    state = HVSequenceStateRecording;
+    manager->requestRecord(shared_from_this());
+    previousRecordedTime = manager->currentTime();
+    previouslyRecordedSlice.reset();
+}
+
+void HVComponentSequence::stopRecording() {
+    auto manager = HVSequenceManager::sharedInstance();
+    std::lock_guard lock(HVSequenceManagerLock());
+    addPosition(std::nullopt);
+    state = HVSequenceStateIdle;
+    manager->requestStopRecording(shared_from_this());
+}
+
+std::string HVComponentSequence::description() const {
+    auto wrapper = dataWrapper.lock();
+    std::string text = fmt::format("HVSequence: dataWrapper: {} state:{}\n\nTime slices:\n",
+                                   wrapper ? wrapper->uuid() : std::string("(null)"), state);
+    for (const auto& slice : timeSlices) {
+        text += slice->description() + "\n";
+    }
+    return text;
+}
+
+std::shared_ptr<HVSequenceManager> HVSequenceManager::sharedInstance() {
+    std::lock_guard lock(sharedSlotMutex());
+    auto& instance = sharedSlot();
+    if (!instance) {
+        instance = std::shared_ptr<HVSequenceManager>(new HVSequenceManager());
+        instance->start();
+    }
+    return instance;
+}
+
+void HVSequenceManager::resetSharedInstanceForTesting() {
+    std::shared_ptr<HVSequenceManager> old;
+    {
+        std::lock_guard lock(sharedSlotMutex());
+        old = std::move(sharedSlot());
+    }
+    if (old && old->timer_) {
+        old->timer_->invalidate();
+    }
+    old.reset();
+    sharedInstance();
+}
+
+void HVSequenceManager::start() {
+    playbackQueue_ = SerialQueue::create(kPlaybackQueueLabel);
+    std::weak_ptr<HVSequenceManager> weak = weak_from_this();
+    timer_ = Timer::scheduled(*playbackQueue_, std::chrono::milliseconds(1), true, [weak] {
+        if (auto manager = weak.lock()) {
+            manager->timerCalled();
+        }
+    });
+    // Glides of stops with a transition time are made here.
+    HVSetLinearTransitionFactory([](const HVMidiRangeContainerPtr& container, double startRange, double endRange,
+                                    double duration) -> std::shared_ptr<HVContainerSequence> {
+        return HVMIDILinearSequence::sequenceWithRangeContainer(container, nullptr, startRange, endRange, duration);
+    });
+}
+
+HVSequenceManager::~HVSequenceManager() {
+    if (timer_) {
+        timer_->invalidate();
+    }
+}
+
+bool HVSequenceManager::timerIsPaused() const {
+    std::lock_guard lock(HVSequenceManagerLock());
+    return timerIsPaused_;
+}
+
+std::vector<HVSequencePtr> HVSequenceManager::playingSequences() const {
+    std::lock_guard lock(HVSequenceManagerLock());
+    return playingSequences_;
+}
+
+std::vector<HVSequencePtr> HVSequenceManager::recordingSequences() const {
+    std::lock_guard lock(HVSequenceManagerLock());
+    return recordingSequences_;
+}
+
+double HVSequenceManager::currentTime() const {
+    auto since = playbackQueue_->now().time_since_epoch();
+    return std::chrono::duration<double>(since).count();
+}
+
+void HVSequenceManager::requestRecord(const HVSequencePtr& sequence) {
+    std::lock_guard lock(HVSequenceManagerLock());
+    timerIsPaused_ = false;
+    recordingSequences_.push_back(sequence);
+}
+
+void HVSequenceManager::requestStopRecording(const HVSequencePtr& sequence) {
+    std::lock_guard lock(HVSequenceManagerLock());
+    recordingSequences_.erase(std::remove(recordingSequences_.begin(), recordingSequences_.end(), sequence),
+                              recordingSequences_.end());
+    if (shouldPauseTimer()) {
+        timerIsPaused_ = true;
+    }
+}
+
+void HVSequenceManager::requestPlayback(const HVSequencePtr& sequence) {
+    std::lock_guard lock(HVSequenceManagerLock());
+    timerIsPaused_ = false;
+    playingSequences_.push_back(sequence);
+}
+
+void HVSequenceManager::requestStopPlayback(const HVSequencePtr& sequence) {
+    std::lock_guard lock(HVSequenceManagerLock());
+    playingSequences_.erase(std::remove(playingSequences_.begin(), playingSequences_.end(), sequence),
+                            playingSequences_.end());
+    if (sequence->state == HVSequenceStatePlaying) {
+        sequence->state = HVSequenceStateIdle;
+    }
+    if (auto attached = std::dynamic_pointer_cast<HVRangeContainerSequence>(sequence)) {
+        if (auto container = attached->rangeContainer()) {
+            container->removeSequence(attached.get());
+        }
+    }
+    if (shouldPauseTimer()) {
+        timerIsPaused_ = true;
+    }
+}
+
+bool HVSequenceManager::shouldPauseTimer() const {
+    std::lock_guard lock(HVSequenceManagerLock());
+    return playingSequences_.empty() && recordingSequences_.empty();
+}
+
+void HVSequenceManager::cancelAllSequences() {
+    std::lock_guard lock(HVSequenceManagerLock());
+    for (const auto& sequence : std::vector(playingSequences_)) {
+        requestStopPlayback(sequence);
+    }
+    for (const auto& sequence : std::vector(recordingSequences_)) {
+        requestStopRecording(sequence);
+    }
+}
+
+void HVSequenceManager::timerCalled() {
+    std::lock_guard lock(HVSequenceManagerLock());
+    if (timerIsPaused_) {
+        return;
+    }
+    previousTime_ = currentTime();
+    for (const auto& sequence : std::vector(playingSequences_)) {
+        if (sequence->state != HVSequenceStatePlaying || !sequence->nextSlice) {
+            continue;
+        }
+        const double t = sequence->nextSlice->timePositionInLoop;
+        const double now = currentTime();
+        if (t - (now - sequence->previousPlayedSliceTime) <= 0) {
+            sequence->playbackTick();
+        }
+    }
+}
+
+double HVMIDINoteLengthToRate(double n, double b) {
+    return (60000.0 / b) * 4.0 / n;
+}
+
+double rateInSecToTickInterval(double seconds) {
+    return seconds * 1000.0;
+}
+
+double rateInMSToTickInterval(double milliseconds) {
+    return milliseconds;
+}
+
+}  // namespace havrel

@@ -1,0 +1,142 @@
+#include "MIDIInternals/Exception.hpp"
+#include "MIDIInternals/PThreadMutex.hpp"
+#include "MIDIInternals/PThreadRWLock.hpp"
+#include "MIDIInternals/ThreadSynchronized.hpp"
+#include "TestQueues.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <future>
+#include <set>
+#include <thread>
+#include <vector>
+
+namespace MIDIInternals {
+namespace {
+
+TEST(Exception, CarriesNameAndReasonWithDistinctNamesPerKind) {
+    try {
+        Exception::raise(Exception::overflow, "UInt7 integer overflowed");
+        FAIL() << "raise returned";
+    } catch (const Exception& e) {
+        EXPECT_EQ(e.name(), Exception::nameOf(Exception::overflow));
+        EXPECT_EQ(e.reason(), "UInt7 integer overflowed");
+        EXPECT_STREQ(e.what(), "UInt7 integer overflowed");
+    }
+    std::set<std::string> names{Exception::nameOf(Exception::overflow),
+                                Exception::nameOf(Exception::underflow),
+                                Exception::nameOf(Exception::divisionByZero)};
+    EXPECT_EQ(names.size(), 3u);
+    try {
+        Exception::raiseException("Custom", std::nullopt);
+    } catch (const Exception& e) {
+        EXPECT_EQ(e.name(), "Custom");
+        EXPECT_EQ(e.reason(), "");
+    }
+}
+
+TEST(PThreadChecks, FailureTextNamesTheCallAndTheError) {
+    EXPECT_EQ(pthreadFailureText("pthread_rwlock_wrlock(&rwlock)", EDEADLK),
+              "'pthread_rwlock_wrlock(&rwlock)' failed with error 'EDEADLK'(" +
+                  std::to_string(EDEADLK) + ")\n");
+    EXPECT_EQ(pthreadFailureText("pthread_mutex_lock(&mutex)", 9999),
+              "'pthread_mutex_lock(&mutex)' failed with error '<unknown>'(9999)\n");
+    for (int error : {EAGAIN, EBUSY, EINVAL, ENOMEM, EPERM}) {
+        EXPECT_NE(std::string(pthreadErrorName(error)), "<unknown>");
+    }
+    EXPECT_DEATH(checkPThreadCall(EINVAL, "pthread_rwlock_unlock(&rwlock)"),
+                 "'pthread_rwlock_unlock\\(&rwlock\\)' failed with error 'EINVAL'");
+}
+
+TEST(PThreadRWLock, ReadersShareAndExcludeWriters) {
+    PThreadRWLock lock;
+    lock.readLock();
+    auto otherReader = std::async(std::launch::async, [&] {
+        bool gotRead = lock.tryReadLock();
+        if (gotRead) {
+            lock.unlock();
+        }
+        bool gotWrite = lock.tryWriteLock();
+        return std::make_pair(gotRead, gotWrite);
+    });
+    auto [gotRead, gotWrite] = otherReader.get();
+    EXPECT_TRUE(gotRead);
+    EXPECT_FALSE(gotWrite);
+    lock.unlock();
+    EXPECT_TRUE(lock.tryWriteLock());
+    EXPECT_FALSE(lock.tryReadLock());
+    lock.unlock();
+}
+
+TEST(PThreadMutex, ModificationsFromManyThreadsAreNotLostAndValueCopiesAreIndependent) {
+    PThreadMutex<int> counter(0);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&] {
+            for (int i = 0; i < 1000; ++i) {
+                counter.modify([](int& value) { ++value; });
+            }
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(counter.wrappedValue(), 4000);
+
+    PThreadMutexValue<std::string> original(std::string("a"));
+    PThreadMutexValue<std::string> copy = original;
+    copy.setWrappedValue("b");
+    EXPECT_EQ(original.wrappedValue(), "a");
+    EXPECT_EQ(copy.wrappedValue(), "b");
+}
+
+TEST(ThreadSynchronized, WritesRunOnTheQueue) {
+    auto queue = std::make_shared<testing::ThreadQueue>();
+    ThreadSynchronized<std::vector<bool>> onQueue(queue);
+    onQueue.modify([&](std::vector<bool>& seen) { seen.push_back(queue->isCurrent()); });
+    onQueue.modify([&](std::vector<bool>& seen) { seen.push_back(queue->isCurrent()); });
+    EXPECT_EQ(onQueue.wrappedValue(), (std::vector<bool>{true, true}));
+
+    ThreadSynchronizedPThreadMutexValue<int> locked(queue, 1);
+    int before = queue->executed();
+    locked.setWrappedValue(2);
+    EXPECT_EQ(queue->executed(), before + 1);
+    auto copy = locked;
+    copy.setWrappedValue(3);
+    EXPECT_EQ(locked.wrappedValue(), 2);
+    EXPECT_EQ(copy.wrappedValue(), 3);
+}
+
+TEST(MainThreadSynchronizedPThreadMutex, WritesDirectlyOnTheMainThreadElseThroughTheMainQueue) {
+    auto main = std::make_shared<testing::ThreadQueue>();
+    setMainQueue(main);
+    bool onMain = true;
+    setIsMainThreadHook([&] { return onMain; });
+
+    MainThreadSynchronizedPThreadMutexValue<int> value(0);
+    int before = main->executed();
+    value.setWrappedValue(1);
+    EXPECT_EQ(main->executed(), before);
+    onMain = false;
+    value.setWrappedValue(2);
+    EXPECT_EQ(main->executed(), before + 1);
+    EXPECT_EQ(value.wrappedValue(), 2);
+
+    setIsMainThreadHook(nullptr);
+    setMainQueue(nullptr);
+}
+
+TEST(MainThread, FirstRegisteredThreadIsTheMainThread) {
+    registerMainThread();
+    EXPECT_TRUE(isMainThread());
+    bool elsewhere = std::async(std::launch::async, [] {
+                         registerMainThread();
+                         return isMainThread();
+                     }).get();
+    EXPECT_FALSE(elsewhere);
+    EXPECT_TRUE(isMainThread());
+}
+
+}  // namespace
+}  // namespace MIDIInternals
