@@ -169,3 +169,40 @@ const Dictionary* arrayValue(const Dictionary& dictionary, std::string_view key)
 }
 
 }  // namespace havrel
+
+#include "platform/Log.hpp"
+
+namespace havrel {
+
+Dictionary parseJSONFromOutside(ByteView text, std::string_view reader) {
+    // Nesting is measured before parsing, outside strings, so the parser never builds a tree
+    // too deep to copy.
+    std::size_t depth = 0;
+    bool inString = false;
+    bool escaped = false;
+    for (std::uint8_t c : text) {
+        if (inString) {
+            if (escaped) {
+                escaped = false;
+            } else if (c == '\\') {
+                escaped = true;
+            } else if (c == '"') {
+                inString = false;
+            }
+            continue;
+        }
+        if (c == '"') {
+            inString = true;
+        } else if (c == '[' || c == '{') {
+            if (++depth > kMaximumJSONDepth) {
+                logf("{}: JSON nested deeper than {} levels, refused", reader, kMaximumJSONDepth);
+                return Dictionary(Dictionary::value_t::discarded);
+            }
+        } else if ((c == ']' || c == '}') && depth > 0) {
+            --depth;
+        }
+    }
+    return Dictionary::parse(text.begin(), text.end(), nullptr, false);
+}
+
+}  // namespace havrel

@@ -42,3 +42,15 @@ const Dictionary* objectValue(const Dictionary& dictionary, std::string_view key
 const Dictionary* arrayValue(const Dictionary& dictionary, std::string_view key);
 
 }  // namespace havrel
+
+namespace havrel {
+
+// The deepest nesting of arrays and objects accepted in JSON from outside: deeper documents
+// would exhaust the stack when they are copied or compared.
+inline constexpr std::size_t kMaximumJSONDepth = 256;
+
+// Parses JSON text from outside. Malformed text, or text nested deeper than the bound, gives a
+// discarded value (is_discarded()); the depth refusal logs one line naming the reader.
+Dictionary parseJSONFromOutside(ByteView text, std::string_view reader);
+
+}  // namespace havrel

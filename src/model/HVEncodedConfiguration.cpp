@@ -125,7 +125,7 @@ std::shared_ptr<HVEncodedConfiguration> HVEncodedConfiguration::initFromDictiona
 }
 
 std::shared_ptr<HVEncodedConfiguration> HVEncodedConfiguration::initWithData(ByteView data) {
-    auto parsed = Dictionary::parse(data.begin(), data.end(), nullptr, false);
+    auto parsed = parseJSONFromOutside(data, "HVEncodedConfiguration");
     if (parsed.is_discarded()) {
         return create();
     }

@@ -186,3 +186,23 @@ TEST(EncodedConfiguration, ChangeCommandsOfEveryType) {
 
 }  // namespace
 }  // namespace havrel
+
+namespace havrel {
+namespace {
+
+TEST(EncodedConfiguration, RefusesDocumentsNestedTooDeep) {
+    std::string deep(100000, '[');
+    ScopedLogCapture capture;
+    auto configuration = HVEncodedConfiguration::initWithData(
+        ByteView(reinterpret_cast<const std::uint8_t*>(deep.data()), deep.size()));
+    EXPECT_TRUE(configuration->dataWrappers.empty());
+    EXPECT_EQ(capture.count("HVEncodedConfiguration: JSON nested deeper than"), 1u);
+    // Brackets inside strings do not count.
+    std::string quoted = "{\"dataWrappers\":[{\"UUID\":\"" + std::string(1000, '[') + "\"}]}";
+    auto read = HVEncodedConfiguration::initWithData(
+        ByteView(reinterpret_cast<const std::uint8_t*>(quoted.data()), quoted.size()));
+    EXPECT_EQ(read->dataWrappers.size(), 1u);
+}
+
+}  // namespace
+}  // namespace havrel
