@@ -40,11 +40,7 @@ void HVRangeContainerSequence::playWithRangeCallback(
 std::shared_ptr<HVMIDILinearSequence> HVMIDILinearSequence::sequenceWithRangeContainer(
     const HVMidiRangeContainerPtr& container, const HVMidiRangeContainerPtr& previousRC, double startRange,
     double endRange, double duration) {
-    auto sequence = std::make_shared<HVMIDILinearSequence>();
-    sequence->attach(container, previousRC);
-    sequence->startRange = startRange;
-    sequence->endRange = endRange;
-    sequence->duration = duration;
+    auto sequence = attachedWithSpan<HVMIDILinearSequence>(container, previousRC, startRange, endRange, duration);
     sequence->autoRepeats = false;
 
     const double s = startRange;
@@ -96,11 +92,7 @@ bool HVMIDILinearSequence::isLinearTransitionPlayingTo(double position) const {
 std::shared_ptr<HVMIDILFOSequence> HVMIDILFOSequence::sequenceWithRangeContainer(
     const HVMidiRangeContainerPtr& container, const HVMidiRangeContainerPtr& previousRC, double startRange,
     double endRange, double duration) {
-    auto sequence = std::make_shared<HVMIDILFOSequence>();
-    sequence->attach(container, previousRC);
-    sequence->startRange = startRange;
-    sequence->endRange = endRange;
-    sequence->duration = duration;
+    auto sequence = attachedWithSpan<HVMIDILFOSequence>(container, previousRC, startRange, endRange, duration);
     if (duration <= 0) {
         return sequence;
     }

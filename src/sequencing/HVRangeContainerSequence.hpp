@@ -30,34 +30,47 @@ protected:
     // Sets the container and attaches this sequence to it.
     void attach(const HVMidiRangeContainerPtr& container, const HVMidiRangeContainerPtr& previousRC);
 
+    // A new sequence of a kind with a span, attached to the container, its span stored.
+    template <typename Sequence>
+    static std::shared_ptr<Sequence> attachedWithSpan(const HVMidiRangeContainerPtr& container,
+                                                      const HVMidiRangeContainerPtr& previousRC, double startRange,
+                                                      double endRange, double duration) {
+        auto sequence = std::make_shared<Sequence>();
+        sequence->attach(container, previousRC);
+        sequence->startRange = startRange;
+        sequence->endRange = endRange;
+        sequence->duration = duration;
+        return sequence;
+    }
+
 private:
     std::weak_ptr<HVMidiRangeContainer> rangeContainer_;
 };
 
+// The span of a calculated sequence.
+struct HVRangeSpan {
+    double startRange = 0.0;
+    double endRange = 0.0;
+    double duration = 0.0;
+};
+
 // A glide from one position to another, one slice per change of the output MIDI value.
-class HVMIDILinearSequence final : public HVRangeContainerSequence {
+class HVMIDILinearSequence final : public HVRangeContainerSequence, public HVRangeSpan {
 public:
     static std::shared_ptr<HVMIDILinearSequence> sequenceWithRangeContainer(const HVMidiRangeContainerPtr& container,
                                                                             const HVMidiRangeContainerPtr& previousRC,
                                                                             double startRange, double endRange,
                                                                             double duration);
-    double startRange = 0.0;
-    double endRange = 0.0;
-    double duration = 0.0;
-
     bool isLinearTransitionPlayingTo(double position) const override;
 };
 
 // One cosine sweep from start to end and back; duration counts one-millisecond steps.
-class HVMIDILFOSequence final : public HVRangeContainerSequence {
+class HVMIDILFOSequence final : public HVRangeContainerSequence, public HVRangeSpan {
 public:
     static std::shared_ptr<HVMIDILFOSequence> sequenceWithRangeContainer(const HVMidiRangeContainerPtr& container,
                                                                          const HVMidiRangeContainerPtr& previousRC,
                                                                          double startRange, double endRange,
                                                                          double duration);
-    double startRange = 0.0;
-    double endRange = 0.0;
-    double duration = 0.0;
 };
 
 }  // namespace havrel
