@@ -43,7 +43,7 @@ std::optional<Bytes> HVArchiveObject(const std::shared_ptr<const HVSerializeable
     if (!object) {
         return std::nullopt;
     }
-    Dictionary archive{{"class", object->className()}, {"root", object->dictionary()}};
+    Dictionary archive{{"class", object->className()}, {"root", object->archiveDictionary()}};
     auto written = propertyListData(archive, PropertyListFormat::binary);
     if (!written.data) {
         logf("[HVKeyedArchiving] could not archive {}: {}", object->className(), written.error);

@@ -50,7 +50,7 @@ public:
     Dictionary dictionary() const override;
     std::string className() const override { return "RNDataPackagerChangeCommandGeneral"; }
     // The keyed-archive form: "ChangeType" as one raw byte, "ChangeData" as an object.
-    Dictionary archiveDictionary() const;
+    Dictionary archiveDictionary() const override;
     static std::shared_ptr<RNDataPackagerChangeCommandGeneral> fromArchiveDictionary(const Dictionary& dictionary);
     // Makes the class restorable by HVUnarchiveObject.
     static void registerForArchiving();

@@ -21,6 +21,9 @@ public:
     // The class name, under which archives record the object.
     virtual std::string className() const = 0;
 
+    // The form the keyed archiver stores; the dictionary form unless a class has its own.
+    virtual Dictionary archiveDictionary() const { return dictionary(); }
+
     // Applies a dictionary to this object, leaving the named keys out. Optional: the default
     // does nothing.
     virtual void copyValuesFromDictionary(const Dictionary& dictionary,

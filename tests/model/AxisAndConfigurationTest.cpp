@@ -206,3 +206,30 @@ TEST(EncodedConfiguration, RefusesDocumentsNestedTooDeep) {
 
 }  // namespace
 }  // namespace havrel
+
+#include "model/HVArchive.hpp"
+
+namespace havrel {
+namespace {
+
+TEST(ChangeCommandGeneral, DictionaryAndArchiveForms) {
+    auto command = RNDataPackagerChangeCommandGeneral::create();
+    command->changeType = 2;
+    command->dataString = "scene 4";
+    EXPECT_EQ(command->dictionary(),
+              (Dictionary{{"CommandType", "GeneralChangeCommand"}, {"ChangeType", 2}, {"ChangeData", "scene 4"}}));
+    auto read = RNDataPackagerChangeCommandGeneral::initFromDictionary(Dictionary::object());
+    EXPECT_EQ(read->changeType, 0);
+    EXPECT_FALSE(read->dataString.has_value());
+
+    RNDataPackagerChangeCommandGeneral::registerForArchiving();
+    auto archive = HVArchiveObject(command);
+    ASSERT_TRUE(archive.has_value());
+    auto restored = std::dynamic_pointer_cast<RNDataPackagerChangeCommandGeneral>(HVUnarchiveObject(archive));
+    ASSERT_TRUE(restored);
+    EXPECT_EQ(restored->changeType, 2);
+    EXPECT_EQ(restored->dataString, "scene 4");
+}
+
+}  // namespace
+}  // namespace havrel
