@@ -89,10 +89,38 @@ std::vector<MIDIEvent> MIDI1Parser::parsedEvents(std::span<const std::uint8_t> b
     }
     out.reserve(bytes.size() / 2 + 1);
     std::uint8_t runningStatus = runningStatus_.load(std::memory_order_relaxed);
-    MessageBuffer buffer(umpGroup, translateNoteOnZeroVelocityToNoteOff(), out);
+    const bool translate = translateNoteOnZeroVelocityToNoteOff();
+    MessageBuffer buffer(umpGroup, translate, out);
     Expect expect = runningStatus != 0 ? expectFor(runningStatus) : Expect::none;
 
-    for (std::uint8_t byte : bytes) {
+    const std::uint8_t* data = bytes.data();
+    const std::size_t size = bytes.size();
+    for (std::size_t i = 0; i < size; ++i) {
+        const std::uint8_t byte = data[i];
+        // Fast path: a whole channel message with nothing pending, by running status or with its
+        // own status byte, decodes at once, as the general path below would decode it.
+        if (buffer.empty()) {
+            if (byte < 0x80 && runningStatus != 0) {
+                if (expect == Expect::one) {
+                    detail::emitChannelVoice(runningStatus, byte, 0, umpGroup, translate, out);
+                    continue;
+                }
+                if (i + 1 < size && data[i + 1] < 0x80) {
+                    detail::emitChannelVoice(runningStatus, byte, data[i + 1], umpGroup, translate, out);
+                    ++i;
+                    continue;
+                }
+            } else if (byte >= 0x80 && byte < 0xF0) {
+                std::uint8_t count = detail::midi1DataByteCount(byte);
+                if (i + count < size && data[i + 1] < 0x80 && (count == 1 || data[i + 2] < 0x80)) {
+                    runningStatus = byte;
+                    expect = count == 1 ? Expect::one : Expect::two;
+                    detail::emitChannelVoice(byte, data[i + 1], count == 2 ? data[i + 2] : 0, umpGroup, translate, out);
+                    i += count;
+                    continue;
+                }
+            }
+        }
         if (byte < 0x80) {
             if (buffer.empty() && runningStatus != 0) {
                 buffer.start(runningStatus);

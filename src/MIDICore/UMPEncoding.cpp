@@ -9,6 +9,7 @@ namespace MIDICore {
 namespace {
 
 using Type = MIDIUMPMessageType;
+using detail::midi1Status;
 
 constexpr std::uint32_t word(std::uint8_t b0, std::uint8_t b1, std::uint8_t b2, std::uint8_t b3) {
     return (std::uint32_t{b0} << 24) | (std::uint32_t{b1} << 16) | (std::uint32_t{b2} << 8) | b3;
@@ -16,10 +17,6 @@ constexpr std::uint32_t word(std::uint8_t b0, std::uint8_t b1, std::uint8_t b2, 
 
 constexpr std::uint8_t head(Type type, UInt4 group) {
     return static_cast<std::uint8_t>((static_cast<std::uint8_t>(type) << 4) | group.storage());
-}
-
-constexpr std::uint8_t status(std::uint8_t kind, UInt4 channel) {
-    return static_cast<std::uint8_t>(kind | channel.storage());
 }
 
 // One packet of message type 1 or 2 per MIDI 1.0 message in the bytes.
@@ -105,7 +102,6 @@ std::uint32_t parameterNumberData(const Parameter& parameter) {
 
 struct Encode {
     MIDIProtocolVersion protocol;
-    const MIDIEvent& event;
     std::vector<std::uint32_t>& out;
 
     void midi2(UInt4 group, std::uint8_t statusByte, std::uint8_t b2, std::uint8_t b3, std::uint32_t data) const {
@@ -113,26 +109,30 @@ struct Encode {
         out.push_back(data);
     }
     // The MIDI 1.0 form of a channel-voice event, at protocol midi1_0.
-    bool asMIDI1(UInt4 group) const {
+    template <class P>
+    bool asMIDI1(const P& p) const {
         if (protocol != MIDIProtocolVersion::midi1_0) {
             return false;
         }
-        midi1MessageWords(detail::midi1ShortBytes(event), Type::midi1ChannelVoice, group, out);
+        auto bytes = detail::payloadBytes(p);
+        if (bytes.count <= 3) {
+            // One message; the bytes it does not use are zero.
+            out.push_back(word(head(Type::midi1ChannelVoice, p.group), bytes.bytes[0], bytes.bytes[1], bytes.bytes[2]));
+        } else {
+            midi1MessageWords(bytes, Type::midi1ChannelVoice, p.group, out);
+        }
         return true;
     }
     template <class Note>
     void note(const Note& p, std::uint8_t kind) const {
-        if (!asMIDI1(p.group)) {
-            midi2(p.group, status(kind, p.channel), p.note.number().storage(), p.attribute.attributeType(),
+        if (!asMIDI1(p)) {
+            midi2(p.group, midi1Status(kind, p.channel), p.note.number().storage(), p.attribute.attributeType(),
                   (std::uint32_t{p.velocity().midi2Value()} << 16) | p.attribute.attributeData());
         }
     }
     template <class Parameter>
     void parameterNumber(const Parameter& parameter, MIDI2ParameterNumberChange change, UInt4 channel,
                          UInt4 group) const {
-        if (asMIDI1(group)) {
-            return;
-        }
         auto nibble = MIDIParameterNumberUtils::umpStatusNibble(parameter.type(), change);
         auto bytes = parameter.parameterBytes();
         midi2(group, static_cast<std::uint8_t>((nibble.storage() << 4) | channel.storage()), bytes.msb.storage(),
@@ -143,45 +143,53 @@ struct Encode {
     void operator()(const MIDIEvent::NoteOff& p) const { note(p, 0x80); }
     void operator()(const MIDIEvent::NoteCC& p) const {
         std::uint8_t kind = p.controller.isRegistered() ? 0x00 : 0x10;
-        midi2(p.group, status(kind, p.channel), p.note.number().storage(), p.controller.number(), p.value().midi2Value());
+        midi2(p.group, midi1Status(kind, p.channel), p.note.number().storage(), p.controller.number(), p.value().midi2Value());
     }
     void operator()(const MIDIEvent::NotePitchBend& p) const {
-        midi2(p.group, status(0x60, p.channel), p.note.number().storage(), 0, p.value().midi2Value());
+        midi2(p.group, midi1Status(0x60, p.channel), p.note.number().storage(), 0, p.value().midi2Value());
     }
     void operator()(const MIDIEvent::NotePressure& p) const {
-        if (!asMIDI1(p.group)) {
-            midi2(p.group, status(0xA0, p.channel), p.note.number().storage(), 0, p.amount().midi2Value());
+        if (!asMIDI1(p)) {
+            midi2(p.group, midi1Status(0xA0, p.channel), p.note.number().storage(), 0, p.amount().midi2Value());
         }
     }
     void operator()(const MIDIEvent::NoteManagement& p) const {
-        midi2(p.group, status(0xF0, p.channel), p.note.number().storage(), p.flags.byte(), 0);
+        midi2(p.group, midi1Status(0xF0, p.channel), p.note.number().storage(), p.flags.byte(), 0);
     }
     void operator()(const MIDIEvent::CC& p) const {
-        if (!asMIDI1(p.group)) {
-            midi2(p.group, status(0xB0, p.channel), p.controller.number().storage(), 0, p.value().midi2Value());
+        if (!asMIDI1(p)) {
+            midi2(p.group, midi1Status(0xB0, p.channel), p.controller.number().storage(), 0, p.value().midi2Value());
         }
     }
     void operator()(const MIDIEvent::ProgramChange& p) const {
-        if (asMIDI1(p.group)) {
+        if (asMIDI1(p)) {
             return;
         }
         auto bank = p.bank.bankSelectValue();
         auto pair = bank ? bank->bytePair() : BytePair();
-        midi2(p.group, status(0xC0, p.channel), 0, bank ? 1 : 0,
+        midi2(p.group, midi1Status(0xC0, p.channel), 0, bank ? 1 : 0,
               (std::uint32_t{p.program.storage()} << 24) | (std::uint32_t{pair.msb} << 8) | pair.lsb);
     }
     void operator()(const MIDIEvent::PitchBend& p) const {
-        if (!asMIDI1(p.group)) {
-            midi2(p.group, status(0xE0, p.channel), 0, 0, p.value().midi2Value());
+        if (!asMIDI1(p)) {
+            midi2(p.group, midi1Status(0xE0, p.channel), 0, 0, p.value().midi2Value());
         }
     }
     void operator()(const MIDIEvent::Pressure& p) const {
-        if (!asMIDI1(p.group)) {
-            midi2(p.group, status(0xD0, p.channel), 0, 0, p.amount().midi2Value());
+        if (!asMIDI1(p)) {
+            midi2(p.group, midi1Status(0xD0, p.channel), 0, 0, p.amount().midi2Value());
         }
     }
-    void operator()(const MIDIEvent::RPN& p) const { parameterNumber(p.parameter, p.change, p.channel, p.group); }
-    void operator()(const MIDIEvent::NRPN& p) const { parameterNumber(p.parameter, p.change, p.channel, p.group); }
+    void operator()(const MIDIEvent::RPN& p) const {
+        if (!asMIDI1(p)) {
+            parameterNumber(p.parameter, p.change, p.channel, p.group);
+        }
+    }
+    void operator()(const MIDIEvent::NRPN& p) const {
+        if (!asMIDI1(p)) {
+            parameterNumber(p.parameter, p.change, p.channel, p.group);
+        }
+    }
 
     void operator()(const MIDIEvent::SysEx7& p) const {
         sysEx7Words(idPayload(p.manufacturer.sysEx7RawBytes(), p.data), p.group, out);
@@ -209,14 +217,14 @@ struct Encode {
     // System common and real time: the same with either protocol.
     template <class P>
     void operator()(const P& p) const {
-        midi1MessageWords(detail::midi1ShortBytes(event), Type::systemRealTimeAndCommon, p.group, out);
+        midi1MessageWords(detail::payloadBytes(p), Type::systemRealTimeAndCommon, p.group, out);
     }
 };
 
 }  // namespace
 
 void MIDIEvent::appendUMPWords(MIDIProtocolVersion protocol, std::vector<std::uint32_t>& words) const {
-    std::visit(Encode{protocol, *this, words}, payload_);
+    std::visit(Encode{protocol, words}, payload_);
 }
 
 std::vector<std::vector<std::uint32_t>> MIDIEvent::umpRawWords(MIDIProtocolVersion protocol) const {

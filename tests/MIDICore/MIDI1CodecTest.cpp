@@ -110,6 +110,14 @@ TEST(MIDI1Parser, SysExWithAndWithoutTerminator) {
     EXPECT_TRUE(parse(parser, {0xF7, 0xF0, 0x00, 0x01}).empty());
 }
 
+TEST(MIDI1Parser, OversizedSysExIsDropped) {
+    MIDI1Parser parser;
+    Bytes stream{0xF0, 0x41};
+    stream.resize((1 << 20) + 16, 0x01);
+    stream.insert(stream.end(), {0xF7, 0xC0, 0x05});
+    EXPECT_EQ(parse(parser, stream), std::vector{MIDIEvent::programChange(UInt7(5), UInt4(0))});
+}
+
 TEST(SysEx7Parsing, ErrorsAndHexText) {
     auto kindOf = [](auto input) {
         try {

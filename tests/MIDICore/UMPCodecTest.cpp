@@ -101,7 +101,15 @@ TEST(UMPEncoding, SysEx7Chunks) {
     EXPECT_EQ(sysEx(7), (Packets{{0x31164101, 0x02030405}, {0x31310600, 0x00000000}}));
     EXPECT_EQ(statuses(sysEx(12)), (S{{1, 6}, {3, 6}}));
     EXPECT_EQ(statuses(sysEx(13)), (S{{1, 6}, {2, 6}, {3, 1}}));
-    // No payload at all gives no packet.
+    // Data of 0, 6, 7, 12 and 13 bytes after the manufacturer byte, written and read back.
+    MIDI2Parser parser;
+    for (auto [dataSize, packetCount] : {std::pair{0, 1}, {6, 2}, {7, 2}, {12, 3}, {13, 3}}) {
+        auto event = MIDIEvent::sysEx7(SysExManufacturer::oneByte(UInt7(0x41)), Bytes(static_cast<std::size_t>(dataSize), 0x55));
+        auto packets = event.umpRawWords(v1);
+        EXPECT_EQ(packets.size(), static_cast<std::size_t>(packetCount)) << dataSize;
+        EXPECT_EQ(parseWords(parser, flat(packets)), std::vector{event}) << dataSize;
+    }
+    // A universal message with no data still has its four header bytes.
     auto universal = MIDIEvent::universalSysEx7(UniversalSysExType::realTime, UInt7(1), UInt7(2), UInt7(3), {});
     EXPECT_EQ(universal.umpRawWords(v1), (Packets{{0x30047F01, 0x02030000}}));
 }
