@@ -171,38 +171,34 @@ inline void emitChannelVoice(std::uint8_t b0, std::uint8_t b1, std::uint8_t b2, 
     const UInt7 d2 = UInt7::fromStorage(b2 & 0x7F);
     switch (b0 >> 4) {
         case 0x8:
-            out.emplace_back(std::in_place_type<MIDIEvent::NoteOff>,
-                MIDINote(d1), ChanVoice7Bit16BitValue::midi1(d2), NoteAttribute(), channel, group);
+            out.emplace_back(MIDIEvent::NoteOff{
+                MIDINote(d1), ChanVoice7Bit16BitValue::midi1(d2), NoteAttribute(), channel, group});
             return;
         case 0x9:
             if (b2 == 0 && translateNoteOnZeroVelocityToNoteOff) {
-                out.emplace_back(std::in_place_type<MIDIEvent::NoteOff>,
-                    MIDINote(d1), ChanVoice7Bit16BitValue::midi1(d2), NoteAttribute(), channel, group);
+                out.emplace_back(MIDIEvent::NoteOff{
+                    MIDINote(d1), ChanVoice7Bit16BitValue::midi1(d2), NoteAttribute(), channel, group});
             } else {
-                out.emplace_back(std::in_place_type<MIDIEvent::NoteOn>,
-                    MIDINote(d1), ChanVoice7Bit16BitValue::midi1(d2), NoteAttribute(), channel, group, true);
+                out.emplace_back(MIDIEvent::NoteOn{
+                    MIDINote(d1), ChanVoice7Bit16BitValue::midi1(d2), NoteAttribute(), channel, group, true});
             }
             return;
         case 0xA:
-            out.emplace_back(std::in_place_type<MIDIEvent::NotePressure>,
-                MIDINote(d1), ChanVoice7Bit32BitValue::midi1(d2), channel, group);
+            out.emplace_back(MIDIEvent::NotePressure{
+                MIDINote(d1), ChanVoice7Bit32BitValue::midi1(d2), channel, group});
             return;
         case 0xB:
-            out.emplace_back(std::in_place_type<MIDIEvent::CC>,
-                Controller(d1), ChanVoice7Bit32BitValue::midi1(d2), channel, group);
+            out.emplace_back(MIDIEvent::CC{Controller(d1), ChanVoice7Bit32BitValue::midi1(d2), channel, group});
             return;
         case 0xC:
-            out.emplace_back(std::in_place_type<MIDIEvent::ProgramChange>,
-                d1, Bank::noBankSelect(), channel, group);
+            out.emplace_back(MIDIEvent::ProgramChange{d1, Bank::noBankSelect(), channel, group});
             return;
         case 0xD:
-            out.emplace_back(std::in_place_type<MIDIEvent::Pressure>,
-                ChanVoice7Bit32BitValue::midi1(d1), channel, group);
+            out.emplace_back(MIDIEvent::Pressure{ChanVoice7Bit32BitValue::midi1(d1), channel, group});
             return;
         case 0xE: {
             auto value = UInt14::fromStorage(static_cast<std::uint16_t>(b1 | (d2.storage() << 7)));
-            out.emplace_back(std::in_place_type<MIDIEvent::PitchBend>,
-                ChanVoice14Bit32BitValue::midi1(value), channel, group);
+            out.emplace_back(MIDIEvent::PitchBend{ChanVoice14Bit32BitValue::midi1(value), channel, group});
             return;
         }
         default: return;

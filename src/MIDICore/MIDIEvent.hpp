@@ -291,11 +291,6 @@ public:
     template <class P>
         requires isPayload<P>
     MIDIEvent(P payload) : payload_(std::move(payload)) {}
-    // Builds the payload from its fields inside the event, for the parsers' emplace_back.
-    template <class P, class... Fields>
-        requires isPayload<P>
-    explicit MIDIEvent(std::in_place_type_t<P> type, Fields&&... fields)
-        : payload_(type, P{std::forward<Fields>(fields)...}) {}
 
     // Channel voice. The note is a MIDINote or a bare UInt7 number.
     static MIDIEvent noteOn(MIDINote note, ChanVoice7Bit16BitValue velocity, NoteAttribute attribute, UInt4 channel,
