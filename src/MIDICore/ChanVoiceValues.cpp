@@ -74,14 +74,6 @@ std::uint32_t ChanVoice14Bit32BitValue::midi2Value() const {
     return 0;
 }
 
-ChanVoice14Bit32BitValue ChanVoice14Bit32BitValue::clamped() const {
-    switch (case_) {
-        case Case::unitInterval: return unitInterval(std::clamp(unit_, 0.0, 1.0));
-        case Case::bipolarUnitInterval: return bipolarUnitInterval(std::clamp(unit_, -1.0, 1.0));
-        default: return *this;
-    }
-}
-
 bool operator==(const ChanVoice14Bit32BitValue& a, const ChanVoice14Bit32BitValue& b) {
     using Case = ChanVoice14Bit32BitValue::Case;
     auto isFloating = [](Case c) { return c == Case::unitInterval || c == Case::bipolarUnitInterval; };
@@ -131,10 +123,6 @@ UInt7 ChanVoice32BitValue::midi1_7BitValue() const {
 UInt14 ChanVoice32BitValue::midi1_14BitValue() const {
     auto value = case_ == Case::midi2 ? integer_ >> 18 : scaling::fromUnitInterval<14>(unit_);
     return UInt14::fromStorage(static_cast<std::uint16_t>(value));
-}
-
-ChanVoice32BitValue ChanVoice32BitValue::clamped() const {
-    return case_ == Case::unitInterval ? unitInterval(std::clamp(unit_, 0.0, 1.0)) : *this;
 }
 
 bool operator==(const ChanVoice32BitValue& a, const ChanVoice32BitValue& b) {

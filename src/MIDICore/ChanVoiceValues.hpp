@@ -145,7 +145,14 @@ public:
     UInt14 midi1Value() const;
     std::uint32_t midi2Value() const;
 
-    ChanVoice14Bit32BitValue clamped() const;
+    // Inline: events are built on every parse.
+    ChanVoice14Bit32BitValue clamped() const {
+        switch (case_) {
+            case Case::unitInterval: return unitInterval(std::clamp(unit_, 0.0, 1.0));
+            case Case::bipolarUnitInterval: return bipolarUnitInterval(std::clamp(unit_, -1.0, 1.0));
+            default: return *this;
+        }
+    }
     friend bool operator==(const ChanVoice14Bit32BitValue& a, const ChanVoice14Bit32BitValue& b);
     std::size_t hashValue() const;
     std::string description() const;
@@ -181,7 +188,9 @@ public:
     UInt7 midi1_7BitValue() const;
     UInt14 midi1_14BitValue() const;
 
-    ChanVoice32BitValue clamped() const;
+    ChanVoice32BitValue clamped() const {
+        return case_ == Case::unitInterval ? unitInterval(std::clamp(unit_, 0.0, 1.0)) : *this;
+    }
     friend bool operator==(const ChanVoice32BitValue& a, const ChanVoice32BitValue& b);
     std::size_t hashValue() const;
     std::string description() const;

@@ -15,6 +15,7 @@
 #include "MIDICore/EnumSet.hpp"
 #include "MIDICore/EventFields.hpp"
 #include "MIDICore/MIDINote.hpp"
+#include "MIDICore/MIDIUMPTypes.hpp"
 #include "MIDICore/MIDIUnsignedInteger.hpp"
 #include "MIDICore/NoteAttribute.hpp"
 #include "MIDICore/ParameterNumber.hpp"
@@ -24,8 +25,11 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <optional>
+#include <span>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <utility>
 #include <variant>
@@ -42,8 +46,30 @@ enum class SysCommonType : std::uint8_t { timecodeQuarterFrame, songPositionPoin
 enum class SysRealTimeType : std::uint8_t { timingClock, start, continue_, stop, activeSensing, systemReset };
 enum class UtilityType : std::uint8_t { noOp, jrClock, jrTimestamp };
 
+// The data bytes of a MIDI 1.0 message: data2 is absent for the one-byte forms.
+struct MIDI1DataBytes {
+    std::uint8_t data1 = 0;
+    std::optional<std::uint8_t> data2;
+    friend constexpr bool operator==(const MIDI1DataBytes&, const MIDI1DataBytes&) = default;
+};
+
 class MIDIEvent {
 public:
+    // The failure of sysEx7(rawBytes) and sysEx7(rawHexString), the only MIDI parsing that
+    // reports errors.
+    class ParseError : public std::exception {
+    public:
+        enum Kind { rawBytesEmpty, malformed, invalidType };
+        explicit ParseError(Kind kind) : kind_(kind) {}
+        Kind kind() const { return kind_; }
+        // "Raw bytes empty." / "Malformed." / "Invalid type."
+        const char* errorDescription() const noexcept;
+        const char* what() const noexcept override { return errorDescription(); }
+
+    private:
+        Kind kind_;
+    };
+
     using SysExManufacturer = MIDICore::SysExManufacturer;
     using SysExID = MIDICore::SysExID;
     using UniversalSysExType = MIDICore::UniversalSysExType;
@@ -57,6 +83,9 @@ public:
         bool midi1ZeroVelocityAsNoteOff = true;
         ChanVoice7Bit16BitValue velocity() const { return _velocity.wrappedValue(); }
         void setVelocity(ChanVoice7Bit16BitValue value) { _velocity.setWrappedValue(value); }
+        // The status byte and data bytes of the MIDI 1.0 form (the first message of it).
+        std::uint8_t midi1RawStatusByte() const;
+        MIDI1DataBytes midi1RawDataBytes() const;
         friend bool operator==(const NoteOn&, const NoteOn&) = default;
     };
     struct NoteOff {
@@ -67,6 +96,9 @@ public:
         UInt4 group;
         ChanVoice7Bit16BitValue velocity() const { return _velocity.wrappedValue(); }
         void setVelocity(ChanVoice7Bit16BitValue value) { _velocity.setWrappedValue(value); }
+        // The status byte and data bytes of the MIDI 1.0 form (the first message of it).
+        std::uint8_t midi1RawStatusByte() const;
+        MIDI1DataBytes midi1RawDataBytes() const;
         friend bool operator==(const NoteOff&, const NoteOff&) = default;
     };
     struct NoteCC {
@@ -95,6 +127,9 @@ public:
         UInt4 group;
         ChanVoice7Bit32BitValue amount() const { return _amount.wrappedValue(); }
         void setAmount(ChanVoice7Bit32BitValue value) { _amount.setWrappedValue(value); }
+        // The status byte and data bytes of the MIDI 1.0 form (the first message of it).
+        std::uint8_t midi1RawStatusByte() const;
+        MIDI1DataBytes midi1RawDataBytes() const;
         friend bool operator==(const NotePressure&, const NotePressure&) = default;
     };
     struct NoteManagement {
@@ -111,6 +146,9 @@ public:
         UInt4 group;
         ChanVoice7Bit32BitValue value() const { return _value.wrappedValue(); }
         void setValue(ChanVoice7Bit32BitValue value) { _value.setWrappedValue(value); }
+        // The status byte and data bytes of the MIDI 1.0 form (the first message of it).
+        std::uint8_t midi1RawStatusByte() const;
+        MIDI1DataBytes midi1RawDataBytes() const;
         friend bool operator==(const CC&, const CC&) = default;
     };
     struct ProgramChange {
@@ -118,6 +156,9 @@ public:
         Bank bank;
         UInt4 channel;
         UInt4 group;
+        // The status byte and data bytes of the MIDI 1.0 form (the first message of it).
+        std::uint8_t midi1RawStatusByte() const;
+        MIDI1DataBytes midi1RawDataBytes() const;
         friend bool operator==(const ProgramChange&, const ProgramChange&) = default;
     };
     struct PitchBend {
@@ -126,6 +167,9 @@ public:
         UInt4 group;
         ChanVoice14Bit32BitValue value() const { return _value.wrappedValue(); }
         void setValue(ChanVoice14Bit32BitValue value) { _value.setWrappedValue(value); }
+        // The status byte and data bytes of the MIDI 1.0 form (the first message of it).
+        std::uint8_t midi1RawStatusByte() const;
+        MIDI1DataBytes midi1RawDataBytes() const;
         friend bool operator==(const PitchBend&, const PitchBend&) = default;
     };
     struct Pressure {
@@ -134,6 +178,9 @@ public:
         UInt4 group;
         ChanVoice7Bit32BitValue amount() const { return _amount.wrappedValue(); }
         void setAmount(ChanVoice7Bit32BitValue value) { _amount.setWrappedValue(value); }
+        // The status byte and data bytes of the MIDI 1.0 form (the first message of it).
+        std::uint8_t midi1RawStatusByte() const;
+        MIDI1DataBytes midi1RawDataBytes() const;
         friend bool operator==(const Pressure&, const Pressure&) = default;
     };
     struct RPN {
@@ -154,6 +201,11 @@ public:
         SysExManufacturer manufacturer;
         std::vector<std::uint8_t> data;
         UInt4 group;
+        // 0xF0, the ID bytes, data, 0xF7; the framing bytes only where asked for.
+        std::vector<std::uint8_t> midi1RawBytes(bool leadingF0 = true, bool trailingF7 = true) const;
+        // The same bytes as two-digit upper-case hexadecimal, no prefix, joined by the separator.
+        std::string midi1RawHexString(bool leadingF0 = true, bool trailingF7 = true,
+                                      std::optional<std::string_view> separator = " ") const;
         friend bool operator==(const SysEx7&, const SysEx7&) = default;
     };
     struct UniversalSysEx7 {
@@ -163,6 +215,11 @@ public:
         UInt7 subID2;
         std::vector<std::uint8_t> data;
         UInt4 group;
+        // 0xF0, the ID bytes, data, 0xF7; the framing bytes only where asked for.
+        std::vector<std::uint8_t> midi1RawBytes(bool leadingF0 = true, bool trailingF7 = true) const;
+        // The same bytes as two-digit upper-case hexadecimal, no prefix, joined by the separator.
+        std::string midi1RawHexString(bool leadingF0 = true, bool trailingF7 = true,
+                                      std::optional<std::string_view> separator = " ") const;
         friend bool operator==(const UniversalSysEx7&, const UniversalSysEx7&) = default;
     };
     struct SysEx8 {
@@ -364,6 +421,16 @@ public:
                                            UInt14 deviceFamilyMemberCode, std::array<UInt7, 4> softwareRevisionLevel,
                                            UInt4 group = UInt4(0));
 
+    // A complete SysEx message: 0xF0, the ID, data, and an optional trailing 0xF7. Throws
+    // ParseError: rawBytesEmpty for no bytes, malformed for a bad ID, a short universal header or
+    // a byte with its high bit set in the body (0xF7 is allowed only as the last byte).
+    static MIDIEvent sysEx7(std::span<const std::uint8_t> rawBytes, UInt4 group = UInt4(0));
+    // The same from hexadecimal text ("F0 41 01 F7"); white space is ignored.
+    static MIDIEvent sysEx7(std::string_view rawHexString, UInt4 group = UInt4(0));
+    // A complete SysEx8 payload: the two-byte ID (0x00 0x7E / 0x00 0x7F and three universal
+    // bytes, or a manufacturer) and the data. Throws ParseError.
+    static MIDIEvent sysEx8(std::span<const std::uint8_t> rawBytes, std::uint8_t streamID = 0, UInt4 group = UInt4(0));
+
     // System common, real time and utility.
     static MIDIEvent timecodeQuarterFrame(UInt7 dataByte, UInt4 group = UInt4(0)) { return TimecodeQuarterFrame{dataByte, group}; }
     static MIDIEvent songPositionPointer(UInt14 midiBeat, UInt4 group = UInt4(0)) { return SongPositionPointer{midiBeat, group}; }
@@ -427,6 +494,26 @@ public:
     }
     bool isUtility(UtilityType type) const { return utilityType() == type; }
     bool isUtility(EnumSet<UtilityType> types) const { return utilityType() && types.contains(*utilityType()); }
+
+    // The MIDI 1.0 bytes of the event; empty for the events that exist only in MIDI 2.0
+    // (per-note events, SysEx8, utility messages).
+    std::vector<std::uint8_t> midi1RawBytes() const;
+    // The first byte of midi1RawBytes(); absent for the MIDI 2.0-only events and for rpn/nrpn,
+    // which are several messages.
+    std::optional<std::uint8_t> midi1RawStatusByte() const;
+    // data1 and data2 of the two-byte forms, data1 alone for the one-byte forms; absent for
+    // the status-only forms, SysEx, rpn/nrpn and the MIDI 2.0-only events.
+    std::optional<MIDI1DataBytes> midi1RawDataBytes() const;
+
+    // The Universal MIDI Packets of the event for a protocol: a list of packets of 1, 2 or 4
+    // words each.
+    std::vector<std::vector<std::uint32_t>> umpRawWords(MIDIProtocolVersion protocol) const;
+    std::vector<std::vector<std::uint32_t>> midi2RawUMPWords(MIDIProtocolVersion protocol) const {
+        return umpRawWords(protocol);
+    }
+    // The same packets appended to a flat word list, one after another, without allocating
+    // when the list has room: the form for send paths that build event lists.
+    void appendUMPWords(MIDIProtocolVersion protocol, std::vector<std::uint32_t>& words) const;
 
     // Text in the form of the constructor, as "timingClock(group: 0)".
     std::string description() const;
