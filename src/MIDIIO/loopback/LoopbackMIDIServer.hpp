@@ -26,7 +26,7 @@
 
 namespace MIDIIO {
 
-class LoopbackMIDIServer final : public MIDIPlatform, public std::enable_shared_from_this<LoopbackMIDIServer> {
+class LoopbackMIDIServer : public MIDIPlatform, public std::enable_shared_from_this<LoopbackMIDIServer> {
 public:
     // `supportsThru` false makes a server without system thru connections, as older systems
     // are; the library then routes thru connections itself.
