@@ -122,7 +122,7 @@ TEST_F(LoopbackTest, DevicesAndEndpointsOfTheHardwareSideAndTheirNotifications) 
     server->objectSetStringProperty(device, "driver", "com.example.driver");
     ASSERT_TRUE(waitFor([&] { return manager->endpoints().outputs.size() == 1 && manager->endpoints().inputs.size() == 1; }));
 
-    const auto& out = manager->endpoints().outputs[0];
+    auto out = manager->endpoints().outputs[0];
     EXPECT_EQ(out.displayName, "Synth Out");
     EXPECT_EQ(out.getManufacturer(), "Maker");  // taken from the device
     EXPECT_EQ(out.getDriverOwner(), "com.example.driver");
