@@ -860,8 +860,9 @@ OSStatus LoopbackMIDIServer::objectRemoveProperty(MIDIObjectRef ref, const std::
 nlohmann::json LoopbackMIDIServer::propertiesOf(MIDIObjectRef ref, bool deep) const {
     const auto* object = find(ref);
     nlohmann::json result = nlohmann::json::object();
-    for (const auto& [key, value] : object->properties) {
-        std::visit([&](const auto& v) { result[key] = v; }, value);
+    for (const auto& entry : object->properties) {
+        const std::string& key = entry.first;
+        std::visit([&](const auto& v) { result[key] = v; }, entry.second);
     }
     if (deep) {
         auto children = [&](const std::vector<MIDIObjectRef>& refs) {
