@@ -1,0 +1,127 @@
+// The send path of the MIDI I/O library: what one send costs, and how many heap allocations it
+// makes. Global operator new is counted; the platform below it swallows the lists, so the
+// figures are the library's own. The last benchmark goes through the loopback server to a
+// receiver, for comparison.
+//
+// Run: build/default/bench/bench_midi_io_send
+
+#include "MIDIIO/MIDIManager.hpp"
+#include "MIDIIO/loopback/LoopbackMIDIServer.hpp"
+#include "MIDIInternals/MainThread.hpp"
+
+#include <benchmark/benchmark.h>
+
+// The counting operator new pairs malloc with free; the compiler cannot see that.
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+
+namespace {
+std::atomic<std::size_t> allocations{0};
+}  // namespace
+
+void* operator new(std::size_t size) {
+    allocations.fetch_add(1, std::memory_order_relaxed);
+    if (void* p = std::malloc(size == 0 ? 1 : size)) {
+        return p;
+    }
+    throw std::bad_alloc();
+}
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+
+namespace {
+
+using namespace MIDIIO;
+using MIDICore::MIDIEvent;
+
+// A loopback server whose sends go nowhere.
+class SwallowingServer final : public LoopbackMIDIServer {
+public:
+    SwallowingServer() : LoopbackMIDIServer(true, havrel::SerialQueue::create("bench-loopback")) {}
+    OSStatus received(MIDIEndpointRef, std::span<const std::uint8_t> list) override { return sink(list); }
+    OSStatus receivedEventList(MIDIEndpointRef, std::span<const std::uint8_t> list) override { return sink(list); }
+    OSStatus send(MIDIPortRef, MIDIEndpointRef, std::span<const std::uint8_t> list) override { return sink(list); }
+    OSStatus sendEventList(MIDIPortRef, MIDIEndpointRef, std::span<const std::uint8_t> list) override { return sink(list); }
+
+private:
+    OSStatus sink(std::span<const std::uint8_t> list) {
+        benchmark::DoNotOptimize(list.data());
+        return noErr;
+    }
+};
+
+std::shared_ptr<MIDIOutput> makeOutput(std::shared_ptr<MIDIPlatform> platform, CoreMIDIAPIVersion api) {
+    MIDIInternals::registerMainThread();
+    MIDIPlatform::setShared(std::move(platform));
+    static std::vector<std::shared_ptr<MIDIManager>> managers;  // kept for the process
+    auto manager = MIDIManager::create("Bench", "Havrel", "HavrelApps");
+    manager->start();
+    manager->setPreferredAPI(api);
+    manager->addOutput("Bench Out", "out", MIDIIdentifierPersistence::adHoc());
+    managers.push_back(manager);
+    return manager->managedOutput("out");
+}
+
+template <class Send>
+void measure(benchmark::State& state, Send&& send) {
+    std::size_t before = allocations.load();
+    for (auto _ : state) {
+        send();
+    }
+    state.counters["allocs/send"] =
+        benchmark::Counter(static_cast<double>(allocations.load() - before) / static_cast<double>(state.iterations()));
+}
+
+void BM_SendRawWords(benchmark::State& state) {
+    auto output = makeOutput(std::make_shared<SwallowingServer>(), CoreMIDIAPIVersion::newCoreMIDI(MIDIProtocolVersion::midi2_0));
+    const std::uint32_t words[] = {0x40903C00, 0x80000000};
+    measure(state, [&] { output->send(std::span<const std::uint32_t>(words)); });
+}
+BENCHMARK(BM_SendRawWords);
+
+void BM_SendRawBytesLegacy(benchmark::State& state) {
+    auto output = makeOutput(std::make_shared<SwallowingServer>(), CoreMIDIAPIVersion::legacyCoreMIDI());
+    const std::uint8_t bytes[] = {0x90, 0x3C, 0x40};
+    measure(state, [&] { output->send(std::span<const std::uint8_t>(bytes)); });
+}
+BENCHMARK(BM_SendRawBytesLegacy);
+
+// With the encoder: its result arrays are the encoder's allocations, not the send path's.
+void BM_SendEventMIDI2(benchmark::State& state) {
+    auto output = makeOutput(std::make_shared<SwallowingServer>(), CoreMIDIAPIVersion::newCoreMIDI(MIDIProtocolVersion::midi2_0));
+    auto event = MIDIEvent::noteOn(MIDICore::UInt7(60), MIDICore::ChanVoice7Bit16BitValue::midi1(MIDICore::UInt7(100)),
+                                   MIDICore::UInt4(0));
+    measure(state, [&] { output->send(event); });
+}
+BENCHMARK(BM_SendEventMIDI2);
+
+void BM_SendThroughLoopbackToReceiver(benchmark::State& state) {
+    auto server = LoopbackMIDIServer::create();
+    auto output = makeOutput(server, CoreMIDIAPIVersion::newCoreMIDI(MIDIProtocolVersion::midi2_0));
+    std::atomic<std::size_t> received{0};
+    static std::vector<std::shared_ptr<MIDIManager>> listeners;
+    auto listener = MIDIManager::create("Listener", "Havrel", "HavrelApps");
+    listener->start();
+    listener->addInputConnection(MIDIInputConnectionMode::outputs({MIDIEndpointIdentity::name("Bench Out")}), "in", {},
+                                 MIDIReceiver::events([&](const std::vector<MIDIEvent>& events, MIDITimeStamp,
+                                                          const std::optional<MIDIOutputEndpoint>&) {
+                                     received += events.size();
+                                 }));
+    listeners.push_back(listener);
+    const std::uint32_t words[] = {0x10F80000};
+    std::size_t sent = 0;
+    measure(state, [&] {
+        output->send(std::span<const std::uint32_t>(words));
+        ++sent;
+    });
+    server->flush();
+    listener->managedInputConnection("in")->queue()->sync([] {});
+    state.counters["delivered"] = static_cast<double>(received.load()) / static_cast<double>(sent);
+}
+BENCHMARK(BM_SendThroughLoopbackToReceiver);
+
+}  // namespace
+BENCHMARK_MAIN();

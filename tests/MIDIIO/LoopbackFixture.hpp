@@ -1,0 +1,84 @@
+#pragma once
+// A fresh loopback server as the process's MIDI platform for each test, the main queue on a
+// manual clock, and a wait for what a backend thread delivers.
+
+#include "MIDIIO/MIDIManager.hpp"
+#include "MIDIIO/loopback/LoopbackMIDIServer.hpp"
+#include "MIDIInternals/MainThread.hpp"
+#include "platform/MainQueue.hpp"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <functional>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace MIDIIO::testing {
+
+class LoopbackTest : public ::testing::Test {
+protected:
+    LoopbackTest() {
+        MIDIInternals::registerMainThread();
+        MIDIPlatform::setShared(server);
+    }
+    // The server stays the process's platform until the next test replaces it: work that a
+    // finished test left on a backend thread may still ask it.
+
+    // Runs the main queue until the condition holds, for at most five seconds of real time.
+    static bool waitFor(const std::function<bool()>& condition) {
+        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+        while (!condition()) {
+            if (std::chrono::steady_clock::now() > deadline) {
+                return false;
+            }
+            havrel::MainQueue::shared().poll();
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        return true;
+    }
+
+    std::shared_ptr<MIDIManager> startedManager(const std::string& name,
+                                                MIDIManager::NotificationHandler handler = nullptr) {
+        auto manager = MIDIManager::create(name, "Havrel", "HavrelApps", std::move(handler));
+        manager->start();
+        return manager;
+    }
+
+    havrel::ManualClockScope clock;
+    std::shared_ptr<LoopbackMIDIServer> server = LoopbackMIDIServer::create();
+};
+
+// Events received, with the thread check of each delivery.
+struct EventLog {
+    std::mutex mutex;
+    std::vector<MIDICore::MIDIEvent> events;
+    std::vector<std::optional<MIDIOutputEndpoint>> sources;
+    bool allOnQueue = true;
+    std::shared_ptr<havrel::SerialQueue> expectedQueue;
+
+    MIDIReceiver receiver(MIDIReceiverOptions options = MIDIReceiver::defaultOptions) {
+        return MIDIReceiver::events(
+            [this](const std::vector<MIDICore::MIDIEvent>& received, MIDITimeStamp,
+                   const std::optional<MIDIOutputEndpoint>& source) {
+                std::lock_guard lock(mutex);
+                if (expectedQueue && !expectedQueue->isCurrent()) {
+                    allOnQueue = false;
+                }
+                events.insert(events.end(), received.begin(), received.end());
+                sources.push_back(source);
+            },
+            options);
+    }
+    std::size_t count() {
+        std::lock_guard lock(mutex);
+        return events.size();
+    }
+    std::vector<MIDICore::MIDIEvent> snapshot() {
+        std::lock_guard lock(mutex);
+        return events;
+    }
+};
+
+}  // namespace MIDIIO::testing

@@ -1,0 +1,221 @@
+// Receivers on plain packet values: options, the parsers each receiver owns, the weak form,
+// bundling with its time-out, and the logging texts.
+
+#include "LoopbackFixture.hpp"
+
+#include "MIDIIO/MIDIEventPacket.hpp"
+#include "MIDIInternals/TextHelpers.hpp"
+
+namespace MIDIIO::testing {
+namespace {
+
+using MIDICore::MIDIEvent;
+using MIDICore::UInt4;
+using MIDICore::UInt7;
+
+std::vector<MIDIPacketData> packets(std::vector<std::vector<std::uint8_t>> lists) {
+    std::vector<MIDIPacketData> result;
+    for (auto& bytes : lists) {
+        result.push_back(MIDIPacketData{std::move(bytes), 5, std::nullopt});
+    }
+    return result;
+}
+
+struct Collected {
+    std::vector<std::vector<MIDIEvent>> calls;
+    MIDIReceiver receiver(MIDIReceiverOptions options) {
+        return MIDIReceiver::events(
+            [this](const std::vector<MIDIEvent>& events, MIDITimeStamp, const std::optional<MIDIOutputEndpoint>&) {
+                calls.push_back(events);
+            },
+            options);
+    }
+};
+
+TEST(MIDIReceiverTest, OptionsDecideZeroVelocityAndClockFiltering) {
+    auto queue = havrel::SerialQueue::create("receiver-test");
+    Collected translated;
+    auto translating = translated.receiver(MIDIReceiverOptions::translateMIDI1NoteOnZeroVelocityToNoteOff).create(queue);
+    translating->packetListReceived(packets({{0x90, 0x3C, 0x00}}));
+    ASSERT_EQ(translated.calls.size(), 1u);
+    EXPECT_NE(translated.calls[0][0].get<MIDIEvent::NoteOff>(), nullptr);
+
+    Collected plain;
+    auto untranslated = plain.receiver(0).create(queue);
+    untranslated->packetListReceived(packets({{0x90, 0x3C, 0x00}, {}}));
+    ASSERT_EQ(plain.calls.size(), 1u);  // the empty packet calls nothing
+    ASSERT_NE(plain.calls[0][0].get<MIDIEvent::NoteOn>(), nullptr);
+    EXPECT_EQ(plain.calls[0][0].get<MIDIEvent::NoteOn>()->velocity().midi1Value(), UInt7(0));
+
+    Collected filtered;
+    auto filtering = filtered.receiver(MIDIReceiverOptions::filterActiveSensingAndClock).create(queue);
+    filtering->packetListReceived(packets({{0xF8, 0xFE}}));
+    EXPECT_TRUE(filtered.calls.empty());
+    filtering->packetListReceived(packets({{0xF8, 0x90, 0x3C, 0x40}}));
+    ASSERT_EQ(filtered.calls.size(), 1u);
+    ASSERT_EQ(filtered.calls[0].size(), 1u);
+    EXPECT_NE(filtered.calls[0][0].get<MIDIEvent::NoteOn>(), nullptr);
+
+    // Without the option, clock passes.
+    plain.calls.clear();
+    untranslated->packetListReceived(packets({{0xF8}}));
+    EXPECT_EQ(plain.calls.size(), 1u);
+}
+
+TEST(MIDIReceiverTest, GroupMembersKeepTheirOwnRunningStatus) {
+    auto queue = havrel::SerialQueue::create("receiver-test");
+    Collected first;
+    Collected second;
+    auto group = MIDIReceiver::group({first.receiver(0), second.receiver(0)}).create(queue);
+    group->packetListReceived(packets({{0x90, 0x3C, 0x40}}));
+    auto* only = dynamic_cast<MIDIReceiver::Group*>(group.get());
+    ASSERT_NE(only, nullptr);
+    // The second member alone hears a running-status continuation: it has its own status.
+    only->receiveHandlers[1]->packetListReceived(packets({{0x3D, 0x41}}));
+    EXPECT_EQ(first.calls.size(), 1u);
+    ASSERT_EQ(second.calls.size(), 2u);
+    EXPECT_EQ(second.calls[1][0].get<MIDIEvent::NoteOn>()->note.number(), UInt7(0x3D));
+    group->packetListReceived(packets({{0x3E, 0x42}}));
+    EXPECT_EQ(first.calls.size(), 2u);
+    EXPECT_EQ(second.calls.size(), 3u);
+}
+
+class Listener : public ReceivesMIDIEvents {
+public:
+    void midiIn(const std::vector<MIDIEvent>& events, MIDITimeStamp, const std::optional<MIDIOutputEndpoint>&) override {
+        received += events.size();
+    }
+    std::size_t received = 0;
+};
+
+TEST(MIDIReceiverTest, WeakReceiverWhoseObjectIsGoneDropsEventsQuietly) {
+    auto queue = havrel::SerialQueue::create("receiver-test");
+    auto listener = std::make_shared<Listener>();
+    auto weak = MIDIReceiver::weak(listener).create(queue);
+    weak->packetListReceived(packets({{0xFA}}));
+    EXPECT_EQ(listener->received, 1u);
+    listener.reset();
+    weak->packetListReceived(packets({{0xFA}}));
+    weak->eventListReceived({UniversalMIDIPacketData::fromWords(std::vector<std::uint32_t>{0x10FA0000}, 1, std::nullopt)},
+                            MIDIProtocolVersion::midi2_0);
+
+    auto strongListener = std::make_shared<Listener>();
+    MIDIReceiver::strong(strongListener).create(queue)->eventListReceived(
+        {UniversalMIDIPacketData::fromWords(std::vector<std::uint32_t>{0x10FA0000, 0x10FC0000}, 1, std::nullopt)},
+        MIDIProtocolVersion::midi2_0);
+    EXPECT_EQ(strongListener->received, 2u);
+}
+
+TEST_F(LoopbackTest, BundlingHoldsALoneParameterNumberUntilItsTimeOut) {
+    auto queue = havrel::SerialQueue::create("bundling-test");
+    std::mutex mutex;
+    std::vector<std::pair<std::vector<MIDIEvent>, MIDITimeStamp>> calls;
+    auto receiver = MIDIReceiver::events(
+                        [&](const std::vector<MIDIEvent>& events, MIDITimeStamp timeStamp,
+                            const std::optional<MIDIOutputEndpoint>&) {
+                            std::lock_guard lock(mutex);
+                            calls.emplace_back(events, timeStamp);
+                        },
+                        MIDIReceiverOptions::bundleRPNAndNRPNDataEntryLSB)
+                        .create(queue);
+    auto rpn = MIDIEvent::rpn(MIDICore::UInt7Pair{UInt7(0), UInt7(5)}, MIDICore::DataEntryBytes{UInt7(10), UInt7(0)},
+                              MIDICore::MIDI2ParameterNumberChange::absolute, UInt4(0));
+    auto words = rpn.umpRawWords(MIDIProtocolVersion::midi2_0)[0];
+    queue->sync([&] {
+        receiver->eventListReceived({UniversalMIDIPacketData::fromWords(words, 42, std::nullopt)},
+                                    MIDIProtocolVersion::midi2_0);
+    });
+    {
+        std::lock_guard lock(mutex);
+        EXPECT_TRUE(calls.empty());
+    }
+    clock.advance(std::chrono::milliseconds(100));
+    ASSERT_TRUE(waitFor([&] {
+        std::lock_guard lock(mutex);
+        return calls.size() == 1;
+    }));
+    EXPECT_EQ(calls[0].first, std::vector{rpn});
+    EXPECT_EQ(calls[0].second, 42u);  // the original time stamp
+
+    // Without the option, the same packet goes straight through.
+    Collected direct;
+    MIDIReceiver::events(
+        [&](const std::vector<MIDIEvent>& events, MIDITimeStamp, const std::optional<MIDIOutputEndpoint>&) {
+            direct.calls.push_back(events);
+        },
+        0)
+        .create(queue)
+        ->eventListReceived({UniversalMIDIPacketData::fromWords(words, 42, std::nullopt)}, MIDIProtocolVersion::midi2_0);
+    EXPECT_EQ(direct.calls.size(), 1u);
+}
+
+TEST(MIDIReceiverTest, LoggingFormsWriteEventsAndBytes) {
+    auto queue = havrel::SerialQueue::create("receiver-test");
+    std::vector<std::string> lines;
+    MIDIReceiver::eventsLogging([&](const std::string& line) { lines.push_back(line); }, MIDIReceiverOptions::filterActiveSensingAndClock)
+        .create(queue)
+        ->packetListReceived(packets({{0xF8, 0xFA}, {0xFE}}));
+    MIDIReceiver::rawDataLogging([&](const std::string& line) { lines.push_back(line); })
+        .create(queue)
+        ->packetListReceived(packets({{0x90, 0x3C, 0x40}}));
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(lines[0], "start(group: 0) timeStamp:5");
+    EXPECT_EQ(lines[1], "90 3C 40 timeStamp:5");
+}
+
+TEST(MIDIPacketBuilding, LimitsOfEventPacketsAndPacketLists) {
+    std::vector<std::uint32_t> words(64, 0x10F80000);
+    EXPECT_EQ(makeMIDIEventPacket(words, 1).wordCount, 64u);
+    EXPECT_EQ(makeMIDIEventPacketUsingBuilder(words, 1).rawWords().size(), 64u);
+    words.push_back(0x10F80000);
+    try {
+        makeMIDIEventPacket(words, 1);
+        FAIL();
+    } catch (const MIDIInternalError& error) {
+        EXPECT_EQ(error.description(), "Universal MIDI Packet cannot contain more than 64 UInt32 words.");
+    }
+    EXPECT_THROW(makeMIDIEventPacketUsingBuilder({}, 1), MIDIInternalError);
+    try {
+        makeMIDIPacketList({std::vector<std::uint8_t>(6554, 0x01)});
+        FAIL();
+    } catch (const MIDIInternalError& error) {
+        EXPECT_EQ(error.bufferByteCount(), 65544u);
+        EXPECT_EQ(error.description(), "Legacy MIDI Packet is too large (65544 byte buffer). Maximum size is 65536 bytes.");
+    }
+    EXPECT_EQ(readPacketList(makeMIDIPacketList({std::vector<std::uint8_t>(6553, 0x01)}), std::nullopt)[0].bytes.size(), 6553u);
+    auto list = makeMIDIPacketList({std::vector<std::uint8_t>(300, 0x01), {0xF8}});
+    auto read = readPacketList(list, std::nullopt);
+    ASSERT_EQ(read.size(), 2u);
+    EXPECT_EQ(read[0].bytes.size(), 300u);
+    EXPECT_EQ(read[1].bytes, std::vector<std::uint8_t>{0xF8});
+    EXPECT_EQ(UniversalMIDIPacketData::fromWords(std::vector<std::uint32_t>{0x20903C40}, 0, std::nullopt).bytes,
+              (std::vector<std::uint8_t>{0x20, 0x90, 0x3C, 0x40}));
+
+    // A list that claims more than it holds yields what fits.
+    list[0] = 9;
+    EXPECT_EQ(readPacketList(list, std::nullopt).size(), 2u);
+    auto eventList = makeMIDIEventList(MIDIProtocolID::midi1_0, std::vector<std::uint32_t>{0x20903C40}, 3);
+    auto bytes = eventList.bytes();
+    std::vector<std::uint8_t> cut(bytes.begin(), bytes.end() - 1);
+    EXPECT_TRUE(readEventList(cut, std::nullopt).second.empty());
+    auto [protocol, universal] = readEventList(bytes, std::nullopt);
+    EXPECT_EQ(protocol, MIDIProtocolVersion::midi1_0);
+    ASSERT_EQ(universal.size(), 1u);
+    EXPECT_EQ(universal[0].timeStamp, 3u);
+}
+
+TEST(MIDIIOErrorTexts, StatusesAndErrorsReadAsTheirTexts) {
+    EXPECT_EQ(MIDIOSStatus(-10830).description(), "An invalid MIDIClientRef was passed. (kMIDIInvalidClient)");
+    EXPECT_EQ(MIDIOSStatus(7).kind(), MIDIOSStatus::Case::ioError);
+    EXPECT_EQ(MIDIOSStatus(-50).description(), "Internal OSStatus error -50.");
+    EXPECT_EQ(MIDIOSStatus(1).description(), "Unknown OSStatus error: 1");
+    EXPECT_EQ(MIDIIOError::connectionError("x").description(), "Connection Error: x");
+    EXPECT_EQ(MIDIIOError::internalInconsistency("y").description(), "Internal inconsistency: y");
+    EXPECT_EQ(CoreMIDIAPIVersion::newCoreMIDI(MIDIProtocolVersion::midi2_0).description(), "New Core MIDI API (MIDI 2.0)");
+    EXPECT_EQ(CoreMIDIAPIVersion::legacyCoreMIDI().midiProtocol(), MIDIProtocolVersion::midi1_0);
+    EXPECT_EQ(MIDIIOObjectProperty::allCases().size(), 45u);
+    EXPECT_EQ(MIDIIOObjectProperty::fromKey("connUniqueID")->displayName(), "Connection Unique ID");
+}
+
+}  // namespace
+}  // namespace MIDIIO::testing

@@ -1,0 +1,107 @@
+// Thru connections (system and proxy) and endpoint matching with a fallback name.
+
+#include "LoopbackFixture.hpp"
+
+namespace MIDIIO::testing {
+namespace {
+
+using MIDICore::MIDIEvent;
+
+class ThruTest : public LoopbackTest, public ::testing::WithParamInterface<bool> {};
+
+TEST_P(ThruTest, ThruConnectionRoutesOneApplicationToTheOther) {
+    // Without system thru connections the library routes through a port pair of its own.
+    server = LoopbackMIDIServer::create(GetParam());
+    MIDIPlatform::setShared(server);
+    auto a = startedManager("A");
+    auto b = startedManager("B");
+    a->addOutput("A Out", "out", MIDIIdentifierPersistence::adHoc());
+    EventLog log;
+    b->addInput("B In", "in", MIDIIdentifierPersistence::adHoc(), log.receiver());
+
+    auto output = *a->managedOutput("out")->endpoint();
+    auto input = *b->managedInput("in")->endpoint();
+    auto router = startedManager("Router");
+    router->addThruConnection({output}, {input}, "thru", MIDIThruConnection::Lifecycle::nonPersistent());
+    auto thru = router->managedThruConnection("thru");
+    ASSERT_NE(thru, nullptr);
+    EXPECT_EQ(thru->proxy().has_value(), !GetParam());
+
+    a->managedOutput("out")->send(MIDIEvent::timingClock());
+    a->managedOutput("out")->send(MIDIEvent::stop());
+    ASSERT_TRUE(waitFor([&] { return log.count() == 2; }));
+    EXPECT_EQ(log.snapshot(), (std::vector{MIDIEvent::timingClock(), MIDIEvent::stop()}));
+
+    router->remove(ManagedType::nonPersistentThruConnection, TagSelection::all());
+    EXPECT_EQ(router->managedThruConnections().size(), 0u);
+    if (GetParam()) {
+        // Persistent ones stay with the system and are found by their owner.
+        router->addThruConnection({output}, {input}, "p", MIDIThruConnection::Lifecycle::persistent("com.havrel.test"));
+        EXPECT_TRUE(router->managedThruConnections().empty());
+        router->remove(ManagedType::nonPersistentThruConnection, TagSelection::all());
+        EXPECT_EQ(router->unmanagedPersistentThruConnections("com.havrel.test").size(), 1u);
+        EXPECT_EQ(router->removeAllUnmanagedPersistentThruConnections("com.havrel.test"), 1u);
+        EXPECT_TRUE(router->unmanagedPersistentThruConnections("com.havrel.test").empty());
+    } else {
+        try {
+            router->addThruConnection({output}, {input}, "p", MIDIThruConnection::Lifecycle::persistent("x"));
+            FAIL();
+        } catch (const MIDIIOError& error) {
+            EXPECT_NE(error.get<MIDIIOError::NotSupported>(), nullptr);
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(SystemAndProxy, ThruTest, ::testing::Bool());
+
+TEST_F(LoopbackTest, NineSourcesCountNineWithEightInTheTable) {
+    auto device = server->addDevice("Big", "Maker");
+    auto entity = server->addEntity(device, "All");
+    std::vector<MIDIOutputEndpoint> outputs;
+    for (int i = 0; i < 9; ++i) {
+        outputs.emplace_back(server->addSource(entity, "Out " + std::to_string(i)));
+    }
+    auto destination = MIDIInputEndpoint(server->addDestination(entity, "In"));
+    auto manager = startedManager("App");
+    manager->addThruConnection(outputs, {destination}, "nine", MIDIThruConnection::Lifecycle::nonPersistent());
+    auto params = manager->managedThruConnection("nine")->coreMIDIParams();
+    EXPECT_EQ(params.numSources, 9u);
+    EXPECT_EQ(params.sources[7], outputs[7].coreMIDIObjectRef);
+    EXPECT_EQ(params.numDestinations, 1u);
+
+    // Data from the ninth source is not routed; from the eighth it is.
+    server->deviceSourceSend(outputs[8].coreMIDIObjectRef, {0xFA});
+    server->deviceSourceSend(outputs[7].coreMIDIObjectRef, {0xFC});
+    server->flush();
+    EXPECT_EQ(server->deviceDestinationLog(destination.coreMIDIObjectRef), (std::vector<std::vector<std::uint8_t>>{{0xFC}}));
+}
+
+TEST_F(LoopbackTest, FallbackDisplayNameMatchesAndTheCriterionTakesTheIDFound) {
+    auto a = startedManager("A");
+    a->addOutput("Clock Out", "out", MIDIIdentifierPersistence::adHoc());
+    auto actualID = *a->managedOutput("out")->uniqueID();
+    auto endpoints = getSystemSourceEndpoints();
+    EXPECT_EQ(matching(endpoints, MIDIEndpointIdentity::uniqueIDWithFallback(12345, "Clock Out")).size(), 1u);
+    EXPECT_TRUE(matching(endpoints, MIDIEndpointIdentity::uniqueIDWithFallback(12345, "Nothing")).empty());
+
+    auto b = startedManager("B");
+    EventLog log;
+    b->addInputConnection(MIDIInputConnectionMode::outputs({MIDIEndpointIdentity::uniqueIDWithFallback(12345, "Clock Out")}),
+                          "in", {}, log.receiver());
+    auto criteria = b->managedInputConnection("in")->outputsCriteria();
+    ASSERT_EQ(criteria.size(), 1u);
+    EXPECT_EQ(criteria[0], MIDIEndpointIdentity::uniqueIDWithFallback(actualID, "Clock Out"));
+
+    // Renamed, it is still found by its ID.
+    a->managedOutput("out")->setName("Renamed");
+    b->managedInputConnection("in")->refreshConnections();
+    EXPECT_EQ(b->managedInputConnection("in")->endpoints().size(), 1u);
+
+    // A filter drops what its criteria name.
+    b->addInputConnection(MIDIInputConnectionMode::allOutputs(), "all",
+                          MIDIEndpointFilter{false, {MIDIEndpointIdentity::uniqueID(actualID)}}, log.receiver());
+    EXPECT_TRUE(b->managedInputConnection("all")->endpoints().empty());
+}
+
+}  // namespace
+}  // namespace MIDIIO::testing
