@@ -1,9 +1,11 @@
 // Error texts, packet building limits, identifier persistence forms, the not-started refusal of
-// every add, and an output connection's own add and remove of destinations.
+// every add, an output connection's own add and remove of destinations, property reads and the
+// legacy receive path.
 
 #include "LoopbackFixture.hpp"
 #include "MIDIIO/MIDIEventPacket.hpp"
 
+#include <algorithm>
 #include <filesystem>
 #include <unistd.h>
 
@@ -173,6 +175,76 @@ TEST_F(LoopbackTest, OutputConnectionAddsAndRemovesDestinationsWithinModeAndFilt
     // Without the owned flag A's own input is a destination as well.
     a->addOutputConnection(MIDIOutputConnectionMode::allInputs(), "every", MIDIEndpointFilter::default_());
     EXPECT_EQ(a->managedOutputConnection("every")->endpoints().size(), 3u);
+}
+
+
+TEST_F(LoopbackTest, PropertyReadsGiveTypedValuesAndDisplayTexts) {
+    auto manager = startedManager("App");
+    manager->addOutput("Out", "o", MIDIIdentifierPersistence::adHoc());
+    auto endpoint = *manager->managedOutput("o")->endpoint();
+    auto ref = endpoint.coreMIDIObjectRef;
+
+    // Nothing set: typed reads are empty or false, the display text is "-".
+    EXPECT_EQ(endpoint.getDriverVersion(), std::nullopt);
+    EXPECT_FALSE(endpoint.getIsEmbeddedEntity());
+    EXPECT_EQ(endpoint.propertyStringValue(MIDIIOObjectProperty::Case::isEmbeddedEntity), "-");
+    try {
+        endpoint.getStringPropertyThrowing("driver");
+        FAIL() << "no driver owner is set";
+    } catch (const MIDIIOError& error) {
+        EXPECT_NE(error.get<MIDIIOError::ReadError>(), nullptr);
+        EXPECT_EQ(error.description(), "Got nil while reading MIDIEndpointRef property value driver");
+    }
+
+    ASSERT_EQ(server->objectSetIntegerProperty(ref, "embedded", 2), noErr);
+    ASSERT_EQ(server->objectSetIntegerProperty(ref, "scheduleAheadMuSec", 1500), noErr);
+    ASSERT_EQ(server->objectSetIntegerProperty(ref, "private", 0), noErr);
+    ASSERT_EQ(server->objectSetStringProperty(ref, "driver", "com.example.driver"), noErr);
+    EXPECT_TRUE(endpoint.getIsEmbeddedEntity());
+    EXPECT_FALSE(endpoint.getIsPrivate());
+    EXPECT_EQ(endpoint.getAdvanceScheduleTimeMuSec(), 1500);
+    EXPECT_EQ(endpoint.getDriverOwner(), "com.example.driver");
+    EXPECT_EQ(endpoint.propertyStringValue(MIDIIOObjectProperty::Case::isEmbeddedEntity), "Yes");
+    EXPECT_EQ(endpoint.propertyStringValue(MIDIIOObjectProperty::Case::isPrivate), "No");
+
+    auto rows = endpoint.propertiesAsStrings();
+    ASSERT_EQ(rows.size(), MIDIIOObjectProperty::caseCount);
+    auto row = [&](const std::string& display) {
+        auto it = std::find_if(rows.begin(), rows.end(), [&](const auto& r) { return r.first == display; });
+        return it == rows.end() ? std::string("missing") : it->second;
+    };
+    EXPECT_EQ(rows[0], (std::pair<std::string, std::string>{"Name", "Out"}));
+    EXPECT_EQ(row("Advance Schedule Time (μs)"), "1500");
+    EXPECT_EQ(row("Is Embedded Entity"), "Yes");
+    EXPECT_EQ(row("Driver Owner"), "com.example.driver");
+    EXPECT_EQ(row("Max Receive Channels"), "-");
+    EXPECT_EQ(row("Driver Device Editor App"), "-");
+}
+
+TEST_F(LoopbackTest, LegacyReceiveKeepsRunningStatusAcrossPackets) {
+    auto a = startedManager("A");
+    auto b = startedManager("B");
+    a->setPreferredAPI(CoreMIDIAPIVersion::legacyCoreMIDI());
+    b->setPreferredAPI(CoreMIDIAPIVersion::legacyCoreMIDI());
+    a->addOutput("A Out", "out", MIDIIdentifierPersistence::adHoc());
+    EventLog log;
+    b->addInputConnection(MIDIInputConnectionMode::outputs({MIDIEndpointIdentity::name("A Out")}), "from-a",
+                          MIDIEndpointFilter::default_(), log.receiver());
+    ASSERT_EQ(b->managedInputConnection("from-a")->endpoints().size(), 1u);
+
+    auto output = a->managedOutput("out");
+    output->send(std::vector<std::uint8_t>{0x90, 0x3C, 0x40});
+    // A later packet continues the note on status, with a clock byte in between.
+    output->send(std::vector<std::uint8_t>{0x3D, 0xF8, 0x41});
+    output->send(std::vector<std::uint8_t>{0x3E, 0x42, 0xB1, 0x07, 0x64});
+    ASSERT_TRUE(waitFor([&] { return log.count() >= 5; }));
+    auto events = log.snapshot();
+    ASSERT_EQ(events.size(), 5u);
+    EXPECT_EQ(events[0], MIDIEvent::noteOn(MIDICore::UInt7(0x3C), MIDICore::ChanVoice7Bit16BitValue::midi1(MIDICore::UInt7(0x40)), MIDICore::UInt4(0)));
+    EXPECT_EQ(events[1], MIDIEvent::timingClock());
+    EXPECT_EQ(events[2], MIDIEvent::noteOn(MIDICore::UInt7(0x3D), MIDICore::ChanVoice7Bit16BitValue::midi1(MIDICore::UInt7(0x41)), MIDICore::UInt4(0)));
+    EXPECT_EQ(events[3], MIDIEvent::noteOn(MIDICore::UInt7(0x3E), MIDICore::ChanVoice7Bit16BitValue::midi1(MIDICore::UInt7(0x42)), MIDICore::UInt4(0)));
+    EXPECT_EQ(events[4], MIDIEvent::cc(MIDICore::UInt7(7), MIDICore::ChanVoice7Bit32BitValue::midi1(MIDICore::UInt7(0x64)), MIDICore::UInt4(1)));
 }
 
 }  // namespace
