@@ -247,5 +247,51 @@ TEST_F(LoopbackTest, LegacyReceiveKeepsRunningStatusAcrossPackets) {
     EXPECT_EQ(events[4], MIDIEvent::cc(MIDICore::UInt7(7), MIDICore::ChanVoice7Bit32BitValue::midi1(MIDICore::UInt7(0x64)), MIDICore::UInt4(1)));
 }
 
+TEST_F(LoopbackTest, NotificationsOfLiveObjectsTranslateAndUnknownPropertiesDrop) {
+    auto manager = startedManager("App");
+    manager->addOutput("Out", "o", MIDIIdentifierPersistence::adHoc());
+    auto endpoint = *manager->managedOutput("o")->endpoint();
+    MIDIObjectCache emptyCache;
+    auto translate = [&](const MIDINotificationMessage& message) {
+        return MIDIIONotification::from(MIDIIOInternalNotification(message), emptyCache);
+    };
+
+    MIDINotificationMessage added;
+    added.messageID = static_cast<std::int32_t>(MIDINotificationMessageID::objectAdded);
+    added.child = endpoint.coreMIDIObjectRef;
+    added.childType = MIDIObjectType::source;
+    auto addedNotice = translate(added);
+    ASSERT_TRUE(addedNotice);
+    ASSERT_NE(addedNotice->get<MIDIIONotification::Added>(), nullptr);
+    auto* source = addedNotice->get<MIDIIONotification::Added>()->object.get<MIDIOutputEndpoint>();
+    ASSERT_NE(source, nullptr);
+    EXPECT_EQ(source->uniqueID, endpoint.uniqueID);
+    // An added object the system does not know is dropped.
+    added.child = endpoint.coreMIDIObjectRef + 1000;
+    EXPECT_FALSE(translate(added));
+
+    MIDINotificationMessage changed;
+    changed.messageID = static_cast<std::int32_t>(MIDINotificationMessageID::propertyChanged);
+    changed.object = endpoint.coreMIDIObjectRef;
+    changed.objectType = MIDIObjectType::source;
+    changed.propertyName = "connUniqueID";
+    auto changedNotice = translate(changed);
+    ASSERT_TRUE(changedNotice);
+    ASSERT_NE(changedNotice->get<MIDIIONotification::PropertyChanged>(), nullptr);
+    EXPECT_EQ(changedNotice->get<MIDIIONotification::PropertyChanged>()->property,
+              MIDIIOObjectProperty(MIDIIOObjectProperty::Case::connectionUniqueID));
+    changed.propertyName = "Connection Unique ID";  // a display name is not a key
+    EXPECT_FALSE(translate(changed));
+    changed.propertyName = "connUniqueID";
+    changed.object = endpoint.coreMIDIObjectRef + 1000;
+    EXPECT_FALSE(translate(changed));
+
+    MIDINotificationMessage ioError;
+    ioError.messageID = static_cast<std::int32_t>(MIDINotificationMessageID::ioError);
+    ioError.driverDevice = endpoint.coreMIDIObjectRef + 1000;
+    ioError.errorCode = 7;
+    EXPECT_FALSE(translate(ioError));
+}
+
 }  // namespace
 }  // namespace MIDIIO::testing
