@@ -1,0 +1,297 @@
+// Error texts, packet building limits, identifier persistence forms, the not-started refusal of
+// every add, an output connection's own add and remove of destinations, property reads and the
+// legacy receive path.
+
+#include "LoopbackFixture.hpp"
+#include "MIDIIO/MIDIEventPacket.hpp"
+
+#include <algorithm>
+#include <filesystem>
+#include <unistd.h>
+
+namespace MIDIIO::testing {
+namespace {
+
+TEST(MIDIIOErrorTest, StatusCasesAndErrorTextsFollowTheirTables) {
+    MIDIOSStatus notFound(-10842);
+    EXPECT_EQ(notFound.kind(), MIDIOSStatus::Case::objectNotFound);
+    EXPECT_EQ(notFound.description(), "The requested object does not exist. (kMIDIObjectNotFound)");
+    EXPECT_EQ(MIDIOSStatus(7).description(), "I/O Error. (kMIDIMsgIOError)");
+    EXPECT_EQ(MIDIOSStatus::of(MIDIOSStatus::Case::notPermitted).rawValue(), -10844);
+    // A number the table does not know keeps its value.
+    MIDIOSStatus unknown(-12345);
+    EXPECT_EQ(unknown.kind(), MIDIOSStatus::Case::other);
+    EXPECT_EQ(unknown.rawValue(), -12345);
+    EXPECT_EQ(unknown.description(), "Unknown OSStatus error: -12345");
+    EXPECT_EQ(MIDIIOError::malformed("bad").description(), "bad");
+    EXPECT_STREQ(MIDIIOError::managerNotStarted().what(), "Manager has not yet been started.");
+
+    EXPECT_NO_THROW(MIDIIOError::check(noErr));
+    try {
+        MIDIIOError::check(-10835);
+        FAIL() << "a failing status throws";
+    } catch (const MIDIIOError& error) {
+        ASSERT_NE(error.get<MIDIIOError::OSStatusError>(), nullptr);
+        EXPECT_EQ(error.get<MIDIIOError::OSStatusError>()->status.kind(), MIDIOSStatus::Case::unknownProperty);
+        EXPECT_EQ(error.description(), "Attempt to query a property not set on the object. (kMIDIUnknownProperty)");
+    }
+}
+
+TEST(MIDIEventPacketTest, WordCountAndPacketListSizeLimits) {
+    std::vector<std::uint32_t> words(64);
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        words[i] = static_cast<std::uint32_t>(0x20900000 + i);
+    }
+    for (auto make : {makeMIDIEventPacket, makeMIDIEventPacketUsingBuilder}) {
+        auto packet = make(words, 42);
+        EXPECT_EQ(packet.wordCount, 64u);
+        EXPECT_EQ(packet.timeStamp, 42u);
+        EXPECT_EQ(packet.words[63], 0x2090003Fu);
+        try {
+            make({}, 0);
+            FAIL() << "no words";
+        } catch (const MIDIInternalError& error) {
+            EXPECT_EQ(error.kind(), MIDIInternalError::Case::umpEmpty);
+            EXPECT_EQ(error.description(), "Universal MIDI Packet cannot be empty.");
+        }
+        words.push_back(0);
+        EXPECT_THROW(make(words, 0), MIDIInternalError);
+        words.pop_back();
+    }
+
+    // The limit weighs the bytes of all packets together: ten a byte plus the four of the list.
+    EXPECT_NO_THROW(makeMIDIPacketList({std::vector<std::uint8_t>(6000, 0x01), std::vector<std::uint8_t>(553, 0x02)}));
+    try {
+        makeMIDIPacketList({std::vector<std::uint8_t>(6000, 0x01), std::vector<std::uint8_t>(554, 0x02)});
+        FAIL() << "too large";
+    } catch (const MIDIInternalError& error) {
+        EXPECT_EQ(error.kind(), MIDIInternalError::Case::packetTooLarge);
+        EXPECT_EQ(error.bufferByteCount(), 65544u);
+        EXPECT_EQ(error.description(), "Legacy MIDI Packet is too large (65544 byte buffer). Maximum size is 65536 bytes.");
+    }
+    EXPECT_EQ(MIDIInternalError::packetBuildError(std::string("full")).description(), "Error building MIDI Packet. full");
+}
+
+TEST(MIDIIdentifierPersistenceTest, EachFormReadsAndWritesItsOwnStore) {
+    EXPECT_EQ(MIDIIdentifierPersistence::unmanaged(77).readID(), 77);
+    EXPECT_EQ(MIDIIdentifierPersistence::adHoc().readID(), std::nullopt);
+
+    auto file = std::filesystem::temp_directory_path() /
+                ("midiio-persistence-" + std::to_string(::getpid()) + ".json");
+    std::filesystem::remove(file);
+    auto store = std::make_shared<havrel::DefaultsStore>(file);
+    auto stored = MIDIIdentifierPersistence::userDefaultsManaged("out", store);
+    EXPECT_EQ(stored.readID(), std::nullopt);
+    stored.writeID(-5);
+    EXPECT_EQ(stored.readID(), -5);
+    EXPECT_EQ(store->integer("out"), -5);
+    stored.writeID(std::nullopt);
+    EXPECT_FALSE(store->contains("out"));
+    // A number that does not fit 32 bits, or no number at all, reads as absent.
+    store->set("out", std::int64_t{1} << 40);
+    EXPECT_EQ(stored.readID(), std::nullopt);
+    store->set("out", nlohmann::json::array());
+    EXPECT_EQ(stored.readID(), std::nullopt);
+    std::filesystem::remove(file);
+
+    std::optional<MIDIUniqueID> slot = 9;
+    int stores = 0;
+    auto handled = MIDIIdentifierPersistence::managedStorage([&] { return slot; },
+                                                             [&](std::optional<MIDIUniqueID> id) {
+                                                                 slot = id;
+                                                                 ++stores;
+                                                             });
+    EXPECT_EQ(handled.readID(), 9);
+    handled.writeID(12);
+    EXPECT_EQ(slot, 12);
+    EXPECT_EQ(handled.readID(), 12);
+    // The other forms store nowhere.
+    MIDIIdentifierPersistence::unmanaged(77).writeID(1);
+    EXPECT_EQ(MIDIIdentifierPersistence::unmanaged(77).readID(), 77);
+    EXPECT_EQ(stores, 1);
+}
+
+TEST_F(LoopbackTest, EveryAddRefusesBeforeStart) {
+    auto manager = MIDIManager::create("Idle", "Havrel", "HavrelApps");
+    auto refuses = [](const std::function<void()>& add) {
+        try {
+            add();
+        } catch (const MIDIIOError& error) {
+            return error.get<MIDIIOError::ManagerNotStarted>() != nullptr;
+        }
+        return false;
+    };
+    EXPECT_TRUE(refuses([&] { manager->addOutput("Out", "o", MIDIIdentifierPersistence::adHoc()); }));
+    EXPECT_TRUE(refuses([&] {
+        manager->addInputConnection(MIDIInputConnectionMode::allOutputs(), "ic", MIDIEndpointFilter::default_(),
+                                    MIDIReceiver::rawData([](const AnyMIDIPacketData&) {}));
+    }));
+    EXPECT_TRUE(refuses([&] {
+        manager->addOutputConnection(MIDIOutputConnectionMode::allInputs(), "oc", MIDIEndpointFilter::default_());
+    }));
+    EXPECT_TRUE(refuses([&] { manager->addThruConnection({}, {}, "t", MIDIThruConnection::Lifecycle::nonPersistent()); }));
+    EXPECT_TRUE(manager->managedOutputs().empty());
+    EXPECT_TRUE(manager->managedOutputConnections().empty());
+    EXPECT_EQ(server->getNumberOfSources(), 0u);
+}
+
+TEST_F(LoopbackTest, OutputConnectionAddsAndRemovesDestinationsWithinModeAndFilter) {
+    auto a = startedManager("A");
+    auto b = startedManager("B");
+    auto noReceive = [] { return MIDIReceiver::rawData([](const AnyMIDIPacketData&) {}); };
+    b->addInput("X", "x", MIDIIdentifierPersistence::adHoc(), noReceive());
+    b->addInput("Y", "y", MIDIIdentifierPersistence::adHoc(), noReceive());
+    a->addInput("X", "own", MIDIIdentifierPersistence::adHoc(), noReceive());
+    auto x = *b->managedInput("x")->endpoint();
+    auto y = *b->managedInput("y")->endpoint();
+
+    a->addOutputConnection(MIDIOutputConnectionMode::inputs({}), "c", MIDIEndpointFilter::ownedOnly());
+    auto connection = a->managedOutputConnection("c");
+    EXPECT_TRUE(connection->endpoints().empty());
+    connection->add(std::vector{MIDIEndpointIdentity::name("X")});
+    ASSERT_EQ(connection->endpoints().size(), 1u);  // A's own "X" is filtered out
+    EXPECT_EQ(connection->endpoints()[0].uniqueID, x.uniqueID);
+    connection->add(std::vector{y});
+    EXPECT_EQ(connection->endpoints().size(), 2u);
+    EXPECT_EQ(connection->inputsCriteria().size(), 2u);
+    // Adding the same criterion again changes nothing.
+    connection->add(std::vector{MIDIEndpointIdentity::name("X")});
+    EXPECT_EQ(connection->inputsCriteria().size(), 2u);
+    connection->remove(std::vector{MIDIEndpointIdentity::name("X")});
+    ASSERT_EQ(connection->endpoints().size(), 1u);
+    EXPECT_EQ(connection->endpoints()[0].uniqueID, y.uniqueID);
+    EXPECT_EQ(connection->coreMIDIInputEndpointRefs(), std::set<MIDIEndpointRef>{y.coreMIDIObjectRef});
+    connection->removeAllInputs();
+    EXPECT_TRUE(connection->endpoints().empty());
+    EXPECT_TRUE(connection->inputsCriteria().empty());
+
+    // All inputs, less those the filter names and A's own.
+    a->addOutputConnection(MIDIOutputConnectionMode::allInputs(), "all",
+                           MIDIEndpointFilter{true, {MIDIEndpointIdentity::uniqueID(y.uniqueID)}});
+    auto all = a->managedOutputConnection("all");
+    ASSERT_EQ(all->endpoints().size(), 1u);
+    EXPECT_EQ(all->endpoints()[0].uniqueID, x.uniqueID);
+    EXPECT_TRUE(all->description().starts_with("MIDIOutputConnection(criteria: "));
+    // Without the owned flag A's own input is a destination as well.
+    a->addOutputConnection(MIDIOutputConnectionMode::allInputs(), "every", MIDIEndpointFilter::default_());
+    EXPECT_EQ(a->managedOutputConnection("every")->endpoints().size(), 3u);
+}
+
+
+TEST_F(LoopbackTest, PropertyReadsGiveTypedValuesAndDisplayTexts) {
+    auto manager = startedManager("App");
+    manager->addOutput("Out", "o", MIDIIdentifierPersistence::adHoc());
+    auto endpoint = *manager->managedOutput("o")->endpoint();
+    auto ref = endpoint.coreMIDIObjectRef;
+
+    // Nothing set: typed reads are empty or false, the display text is "-".
+    EXPECT_EQ(endpoint.getDriverVersion(), std::nullopt);
+    EXPECT_FALSE(endpoint.getIsEmbeddedEntity());
+    EXPECT_EQ(endpoint.propertyStringValue(MIDIIOObjectProperty::Case::isEmbeddedEntity), "-");
+    try {
+        endpoint.getStringPropertyThrowing("driver");
+        FAIL() << "no driver owner is set";
+    } catch (const MIDIIOError& error) {
+        EXPECT_NE(error.get<MIDIIOError::ReadError>(), nullptr);
+        EXPECT_EQ(error.description(), "Got nil while reading MIDIEndpointRef property value driver");
+    }
+
+    ASSERT_EQ(server->objectSetIntegerProperty(ref, "embedded", 2), noErr);
+    ASSERT_EQ(server->objectSetIntegerProperty(ref, "scheduleAheadMuSec", 1500), noErr);
+    ASSERT_EQ(server->objectSetIntegerProperty(ref, "private", 0), noErr);
+    ASSERT_EQ(server->objectSetStringProperty(ref, "driver", "com.example.driver"), noErr);
+    EXPECT_TRUE(endpoint.getIsEmbeddedEntity());
+    EXPECT_FALSE(endpoint.getIsPrivate());
+    EXPECT_EQ(endpoint.getAdvanceScheduleTimeMuSec(), 1500);
+    EXPECT_EQ(endpoint.getDriverOwner(), "com.example.driver");
+    EXPECT_EQ(endpoint.propertyStringValue(MIDIIOObjectProperty::Case::isEmbeddedEntity), "Yes");
+    EXPECT_EQ(endpoint.propertyStringValue(MIDIIOObjectProperty::Case::isPrivate), "No");
+
+    auto rows = endpoint.propertiesAsStrings();
+    ASSERT_EQ(rows.size(), MIDIIOObjectProperty::caseCount);
+    auto row = [&](const std::string& display) {
+        auto it = std::find_if(rows.begin(), rows.end(), [&](const auto& r) { return r.first == display; });
+        return it == rows.end() ? std::string("missing") : it->second;
+    };
+    EXPECT_EQ(rows[0], (std::pair<std::string, std::string>{"Name", "Out"}));
+    EXPECT_EQ(row("Advance Schedule Time (μs)"), "1500");
+    EXPECT_EQ(row("Is Embedded Entity"), "Yes");
+    EXPECT_EQ(row("Driver Owner"), "com.example.driver");
+    EXPECT_EQ(row("Max Receive Channels"), "-");
+    EXPECT_EQ(row("Driver Device Editor App"), "-");
+}
+
+TEST_F(LoopbackTest, LegacyReceiveKeepsRunningStatusAcrossPackets) {
+    auto a = startedManager("A");
+    auto b = startedManager("B");
+    a->setPreferredAPI(CoreMIDIAPIVersion::legacyCoreMIDI());
+    b->setPreferredAPI(CoreMIDIAPIVersion::legacyCoreMIDI());
+    a->addOutput("A Out", "out", MIDIIdentifierPersistence::adHoc());
+    EventLog log;
+    b->addInputConnection(MIDIInputConnectionMode::outputs({MIDIEndpointIdentity::name("A Out")}), "from-a",
+                          MIDIEndpointFilter::default_(), log.receiver());
+    ASSERT_EQ(b->managedInputConnection("from-a")->endpoints().size(), 1u);
+
+    auto output = a->managedOutput("out");
+    output->send(std::vector<std::uint8_t>{0x90, 0x3C, 0x40});
+    // A later packet continues the note on status, with a clock byte in between.
+    output->send(std::vector<std::uint8_t>{0x3D, 0xF8, 0x41});
+    output->send(std::vector<std::uint8_t>{0x3E, 0x42, 0xB1, 0x07, 0x64});
+    ASSERT_TRUE(waitFor([&] { return log.count() >= 5; }));
+    auto events = log.snapshot();
+    ASSERT_EQ(events.size(), 5u);
+    EXPECT_EQ(events[0], MIDIEvent::noteOn(MIDICore::UInt7(0x3C), MIDICore::ChanVoice7Bit16BitValue::midi1(MIDICore::UInt7(0x40)), MIDICore::UInt4(0)));
+    EXPECT_EQ(events[1], MIDIEvent::timingClock());
+    EXPECT_EQ(events[2], MIDIEvent::noteOn(MIDICore::UInt7(0x3D), MIDICore::ChanVoice7Bit16BitValue::midi1(MIDICore::UInt7(0x41)), MIDICore::UInt4(0)));
+    EXPECT_EQ(events[3], MIDIEvent::noteOn(MIDICore::UInt7(0x3E), MIDICore::ChanVoice7Bit16BitValue::midi1(MIDICore::UInt7(0x42)), MIDICore::UInt4(0)));
+    EXPECT_EQ(events[4], MIDIEvent::cc(MIDICore::UInt7(7), MIDICore::ChanVoice7Bit32BitValue::midi1(MIDICore::UInt7(0x64)), MIDICore::UInt4(1)));
+}
+
+TEST_F(LoopbackTest, NotificationsOfLiveObjectsTranslateAndUnknownPropertiesDrop) {
+    auto manager = startedManager("App");
+    manager->addOutput("Out", "o", MIDIIdentifierPersistence::adHoc());
+    auto endpoint = *manager->managedOutput("o")->endpoint();
+    MIDIObjectCache emptyCache;
+    auto translate = [&](const MIDINotificationMessage& message) {
+        return MIDIIONotification::from(MIDIIOInternalNotification(message), emptyCache);
+    };
+
+    MIDINotificationMessage added;
+    added.messageID = static_cast<std::int32_t>(MIDINotificationMessageID::objectAdded);
+    added.child = endpoint.coreMIDIObjectRef;
+    added.childType = MIDIObjectType::source;
+    auto addedNotice = translate(added);
+    ASSERT_TRUE(addedNotice);
+    ASSERT_NE(addedNotice->get<MIDIIONotification::Added>(), nullptr);
+    auto* source = addedNotice->get<MIDIIONotification::Added>()->object.get<MIDIOutputEndpoint>();
+    ASSERT_NE(source, nullptr);
+    EXPECT_EQ(source->uniqueID, endpoint.uniqueID);
+    // An added object the system does not know is dropped.
+    added.child = endpoint.coreMIDIObjectRef + 1000;
+    EXPECT_FALSE(translate(added));
+
+    MIDINotificationMessage changed;
+    changed.messageID = static_cast<std::int32_t>(MIDINotificationMessageID::propertyChanged);
+    changed.object = endpoint.coreMIDIObjectRef;
+    changed.objectType = MIDIObjectType::source;
+    changed.propertyName = "connUniqueID";
+    auto changedNotice = translate(changed);
+    ASSERT_TRUE(changedNotice);
+    ASSERT_NE(changedNotice->get<MIDIIONotification::PropertyChanged>(), nullptr);
+    EXPECT_EQ(changedNotice->get<MIDIIONotification::PropertyChanged>()->property,
+              MIDIIOObjectProperty(MIDIIOObjectProperty::Case::connectionUniqueID));
+    changed.propertyName = "Connection Unique ID";  // a display name is not a key
+    EXPECT_FALSE(translate(changed));
+    changed.propertyName = "connUniqueID";
+    changed.object = endpoint.coreMIDIObjectRef + 1000;
+    EXPECT_FALSE(translate(changed));
+
+    MIDINotificationMessage ioError;
+    ioError.messageID = static_cast<std::int32_t>(MIDINotificationMessageID::ioError);
+    ioError.driverDevice = endpoint.coreMIDIObjectRef + 1000;
+    ioError.errorCode = 7;
+    EXPECT_FALSE(translate(ioError));
+}
+
+}  // namespace
+}  // namespace MIDIIO::testing
