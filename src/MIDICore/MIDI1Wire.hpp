@@ -166,7 +166,7 @@ inline std::optional<MIDIEvent> midi1RealTimeEvent(std::uint8_t status, UInt4 gr
 // (b2 is ignored by the one-byte forms). The fast path of the stream parser. `Out` is a
 // std::vector<MIDIEvent> or anything else with its emplace_back and push_back.
 template <class Out>
-inline void emitChannelVoice(std::uint8_t b0, std::uint8_t b1, std::uint8_t b2, UInt4 group,
+[[gnu::always_inline]] inline void emitChannelVoice(std::uint8_t b0, std::uint8_t b1, std::uint8_t b2, UInt4 group,
                              bool translateNoteOnZeroVelocityToNoteOff, Out& out) {
     const UInt4 channel = UInt4::fromStorage(b0 & 0x0F);
     const UInt7 d1 = UInt7::fromStorage(b1);
