@@ -1,6 +1,7 @@
 // Feeds arbitrary bytes to one MIDI 1.0 parser in several calls. The first byte chooses the
 // group, the zero-velocity switch and how many split points follow; each split point byte is
-// an offset into the rest. Every event must write back as bytes that parse to itself.
+// an offset into the rest. Every event must write back as bytes that parse to itself, and a
+// second parser fed the same packets through its sink form must hand out the same events.
 #include "MIDICore/MIDI1Parser.hpp"
 #include "split_points.hpp"
 
@@ -25,8 +26,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     MIDI1Parser parser;
     parser.setTranslateNoteOnZeroVelocityToNoteOff(translate);
+    MIDI1Parser sinkParser;
+    sinkParser.setTranslateNoteOnZeroVelocityToNoteOff(translate);
     for (auto packet : packets) {
-        for (const auto& event : parser.parsedEvents(packet, group)) {
+        const auto events = parser.parsedEvents(packet, group);
+        std::vector<MIDIEvent> sunk;
+        sinkParser.parse(packet, group, [&](MIDIEvent&& event) { sunk.push_back(std::move(event)); });
+        if (sunk != events) {
+            __builtin_trap();
+        }
+        for (const auto& event : events) {
             if (event.group() != group) {
                 __builtin_trap();
             }

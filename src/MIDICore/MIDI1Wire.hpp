@@ -163,9 +163,11 @@ inline std::optional<MIDIEvent> midi1RealTimeEvent(std::uint8_t status, UInt4 gr
 }
 
 // Appends the event of a complete channel-voice message whose data bytes are known to be 7-bit
-// (b2 is ignored by the one-byte forms). The fast path of the stream parser.
-inline void emitChannelVoice(std::uint8_t b0, std::uint8_t b1, std::uint8_t b2, UInt4 group,
-                             bool translateNoteOnZeroVelocityToNoteOff, std::vector<MIDIEvent>& out) {
+// (b2 is ignored by the one-byte forms). The fast path of the stream parser. `Out` is a
+// std::vector<MIDIEvent> or anything else with its emplace_back and push_back.
+template <class Out>
+[[gnu::always_inline]] inline void emitChannelVoice(std::uint8_t b0, std::uint8_t b1, std::uint8_t b2, UInt4 group,
+                             bool translateNoteOnZeroVelocityToNoteOff, Out& out) {
     const UInt4 channel = UInt4::fromStorage(b0 & 0x0F);
     const UInt7 d1 = UInt7::fromStorage(b1);
     const UInt7 d2 = UInt7::fromStorage(b2 & 0x7F);
@@ -207,8 +209,9 @@ inline void emitChannelVoice(std::uint8_t b0, std::uint8_t b1, std::uint8_t b2, 
 
 // Decodes one MIDI 1.0 message (status byte first; missing bytes make it short) and appends
 // the event, if any, to `out`. Bad or short messages append nothing.
+template <class Out>
 inline void decodeMIDI1Message(std::span<const std::uint8_t> message, UInt4 group,
-                               bool translateNoteOnZeroVelocityToNoteOff, std::vector<MIDIEvent>& out) {
+                               bool translateNoteOnZeroVelocityToNoteOff, Out& out) {
     if (message.empty()) {
         return;
     }

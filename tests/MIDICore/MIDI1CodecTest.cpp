@@ -214,6 +214,21 @@ TEST(MIDI1Encoding, ParsingTheBytesGivesTheEventBack) {
         stream.insert(stream.end(), bytes.begin(), bytes.end());
     }
     EXPECT_EQ(parser.parsedEvents(stream), events);
+
+    // The sink form hands out the same events, with a real-time byte first and the running
+    // status carried into the next call.
+    stream.insert(stream.begin() + 2, 0xF8);
+    stream.insert(stream.end(), {0x93, 0x40});
+    MIDI1Parser sinkParser;
+    std::vector<MIDIEvent> sunk;
+    auto collect = [&](MIDIEvent&& event) { sunk.push_back(std::move(event)); };
+    sinkParser.parse(stream, UInt4(0), collect);
+    sinkParser.parse(Bytes{0x40, 0x00, 0x41, 0x7F}, UInt4(0), collect);
+    std::vector<MIDIEvent> expected = MIDI1Parser().parsedEvents(Bytes{0xF8});
+    expected.insert(expected.end(), events.begin(), events.end());
+    expected.push_back(noteOff(0x40, 0, 3));  // 93 40 cut short yields nothing; 93 carried on
+    expected.push_back(noteOn(0x41, 0x7F, 3));
+    EXPECT_EQ(sunk, expected);
 }
 
 }  // namespace
