@@ -742,22 +742,27 @@ OSStatus LoopbackMIDIServer::objectFindByUniqueID(MIDIUniqueID uniqueID, MIDIObj
 
 // --- Properties. ---
 
+template <typename T>
+OSStatus LoopbackMIDIServer::readProperty(MIDIObjectRef object, const std::string& key, T* outValue) const {
+    const auto* property = findProperty(object, key);
+    if (property == nullptr) {
+        return kMIDIUnknownProperty;
+    }
+    const auto* value = std::get_if<T>(property);
+    if (value == nullptr) {
+        return kMIDIWrongPropertyType;
+    }
+    *outValue = *value;
+    return noErr;
+}
+
 OSStatus LoopbackMIDIServer::objectGetIntegerProperty(MIDIObjectRef object, const std::string& key,
                                                       std::int32_t* outValue) {
     std::lock_guard lock(mutex_);
     if (find(object) == nullptr) {
         return kMIDIObjectNotFound;
     }
-    const auto* property = findProperty(object, key);
-    if (property == nullptr) {
-        return kMIDIUnknownProperty;
-    }
-    const auto* value = std::get_if<std::int32_t>(property);
-    if (value == nullptr) {
-        return kMIDIWrongPropertyType;
-    }
-    *outValue = *value;
-    return noErr;
+    return readProperty(object, key, outValue);
 }
 
 OSStatus LoopbackMIDIServer::objectGetStringProperty(MIDIObjectRef object, const std::string& key,
@@ -770,16 +775,7 @@ OSStatus LoopbackMIDIServer::objectGetStringProperty(MIDIObjectRef object, const
         *outValue = displayNameOf(object);
         return noErr;
     }
-    const auto* property = findProperty(object, key);
-    if (property == nullptr) {
-        return kMIDIUnknownProperty;
-    }
-    const auto* value = std::get_if<std::string>(property);
-    if (value == nullptr) {
-        return kMIDIWrongPropertyType;
-    }
-    *outValue = *value;
-    return noErr;
+    return readProperty(object, key, outValue);
 }
 
 OSStatus LoopbackMIDIServer::objectGetDictionaryProperty(MIDIObjectRef object, const std::string& key,
@@ -788,16 +784,7 @@ OSStatus LoopbackMIDIServer::objectGetDictionaryProperty(MIDIObjectRef object, c
     if (find(object) == nullptr) {
         return kMIDIObjectNotFound;
     }
-    const auto* property = findProperty(object, key);
-    if (property == nullptr) {
-        return kMIDIUnknownProperty;
-    }
-    const auto* value = std::get_if<nlohmann::json>(property);
-    if (value == nullptr) {
-        return kMIDIWrongPropertyType;
-    }
-    *outValue = *value;
-    return noErr;
+    return readProperty(object, key, outValue);
 }
 
 OSStatus LoopbackMIDIServer::setProperty(MIDIObjectRef ref, const std::string& key, Property value) {

@@ -152,6 +152,9 @@ private:
     Object* find(MIDIObjectRef ref);
     const Object* find(MIDIObjectRef ref) const;
     const Property* findProperty(MIDIObjectRef ref, const std::string& key) const;
+    // Reads a property of one kind; the caller holds the lock.
+    template <typename T>
+    OSStatus readProperty(MIDIObjectRef object, const std::string& key, T* outValue) const;
     bool isOnline(MIDIObjectRef endpoint) const;
     std::vector<MIDIEndpointRef> presentEndpoints(MIDIObjectType type) const;
     std::string displayNameOf(MIDIObjectRef ref) const;
