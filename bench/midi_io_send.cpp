@@ -89,14 +89,26 @@ void BM_SendRawBytesLegacy(benchmark::State& state) {
 }
 BENCHMARK(BM_SendRawBytesLegacy);
 
-// With the encoder: its result arrays are the encoder's allocations, not the send path's.
-void BM_SendEventMIDI2(benchmark::State& state) {
-    auto output = makeOutput(std::make_shared<SwallowingServer>(), CoreMIDIAPIVersion::newCoreMIDI(MIDIProtocolVersion::midi2_0));
+// One event: encoded into words kept for the thread, then one event list a packet.
+void sendNoteOn(benchmark::State& state, CoreMIDIAPIVersion api) {
+    auto output = makeOutput(std::make_shared<SwallowingServer>(), api);
     auto event = MIDIEvent::noteOn(MIDICore::UInt7(60), MIDICore::ChanVoice7Bit16BitValue::midi1(MIDICore::UInt7(100)),
                                    MIDICore::UInt4(0));
     measure(state, [&] { output->send(event); });
 }
+
+void BM_SendEventMIDI2(benchmark::State& state) {
+    sendNoteOn(state, CoreMIDIAPIVersion::newCoreMIDI(MIDIProtocolVersion::midi2_0));
+}
 BENCHMARK(BM_SendEventMIDI2);
+
+void BM_SendEventMIDI1(benchmark::State& state) {
+    sendNoteOn(state, CoreMIDIAPIVersion::newCoreMIDI(MIDIProtocolVersion::midi1_0));
+}
+BENCHMARK(BM_SendEventMIDI1);
+
+void BM_SendEventLegacy(benchmark::State& state) { sendNoteOn(state, CoreMIDIAPIVersion::legacyCoreMIDI()); }
+BENCHMARK(BM_SendEventLegacy);
 
 void BM_SendThroughLoopbackToReceiver(benchmark::State& state) {
     auto server = LoopbackMIDIServer::create();

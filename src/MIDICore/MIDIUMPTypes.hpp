@@ -6,6 +6,7 @@
 #include "MIDICore/MIDIUnsignedInteger.hpp"
 #include "MIDICore/ParameterNumber.hpp"
 
+#include <algorithm>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -47,6 +48,20 @@ constexpr unsigned wordLength(MIDIUMPMessageType type) {
         case MIDIUMPMessageType::midi2ChannelVoice: return 2;
         case MIDIUMPMessageType::data128bit: return 4;
         default: return 1;
+    }
+}
+
+// Walks a flat list of packets, as the encoders write them: `visit(std::span<const std::uint32_t>)`
+// for each packet in order, its length read from the message type of its first word (one word
+// for the types this library does not read). A packet cut short by the end of the list is
+// passed as far as it goes.
+template <class Visit>
+void forEachUMPPacket(std::span<const std::uint32_t> words, Visit&& visit) {
+    for (std::size_t i = 0; i < words.size();) {
+        auto type = umpMessageType(UInt4::fromStorage(static_cast<std::uint8_t>(words[i] >> 28)));
+        std::size_t length = std::min<std::size_t>(type ? wordLength(*type) : 1, words.size() - i);
+        visit(words.subspan(i, length));
+        i += length;
     }
 }
 

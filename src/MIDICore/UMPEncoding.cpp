@@ -231,13 +231,7 @@ std::vector<std::vector<std::uint32_t>> MIDIEvent::umpRawWords(MIDIProtocolVersi
     std::vector<std::uint32_t> words;
     appendUMPWords(protocol, words);
     std::vector<std::vector<std::uint32_t>> packets;
-    for (std::size_t i = 0; i < words.size();) {
-        auto type = umpMessageType(UInt4::fromStorage(static_cast<std::uint8_t>(words[i] >> 28)));
-        std::size_t length = type ? wordLength(*type) : 1;
-        packets.emplace_back(words.begin() + static_cast<std::ptrdiff_t>(i),
-                             words.begin() + static_cast<std::ptrdiff_t>(i + length));
-        i += length;
-    }
+    forEachUMPPacket(words, [&](std::span<const std::uint32_t> packet) { packets.emplace_back(packet.begin(), packet.end()); });
     return packets;
 }
 

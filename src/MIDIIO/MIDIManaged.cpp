@@ -1,5 +1,6 @@
 #include "MIDIIO/MIDIManaged.hpp"
 
+#include "MIDICore/MIDI1Wire.hpp"
 #include "MIDIIO/MIDIEventPacket.hpp"
 #include "MIDIIO/QueueRelease.hpp"
 
@@ -9,15 +10,64 @@ namespace MIDIIO {
 
 // --- Sending. ---
 
+namespace {
+// The words of one event being sent, kept for the thread so that a send reuses the room of the
+// last one. Nothing in a send re-enters it on the same thread, but should a platform call back
+// into a send, the inner one takes a list of its own rather than clear the outer one's words.
+class EventWords {
+public:
+    EventWords() { words_.reserve(kMIDIEventPacketMaxWords); }
+    std::vector<std::uint32_t>* acquire() {
+        if (inUse_) {
+            return nullptr;
+        }
+        inUse_ = true;
+        words_.clear();
+        return &words_;
+    }
+    void release() {
+        inUse_ = false;
+        // A large SysEx does not keep its room for the life of the thread.
+        if (words_.capacity() > kMIDIEventPacketMaxWords * 16) {
+            std::vector<std::uint32_t>().swap(words_);
+            words_.reserve(kMIDIEventPacketMaxWords);
+        }
+    }
+
+private:
+    std::vector<std::uint32_t> words_;
+    bool inUse_ = false;
+};
+}  // namespace
+
 void MIDIManagedSendsMessages::send(const MIDIEvent& event) {
     if (api_.isLegacy()) {
-        auto bytes = event.midi1RawBytes();
-        send(std::span<const std::uint8_t>(bytes));
+        if (event.isSystemExclusive()) {
+            auto bytes = event.midi1RawBytes();
+            send(std::span<const std::uint8_t>(bytes));
+            return;
+        }
+        auto bytes = MIDICore::detail::midi1ShortBytes(event);
+        send(std::span<const std::uint8_t>(bytes.bytes.data(), bytes.count));
         return;
     }
-    for (const auto& packet : event.umpRawWords(api_.midiProtocol())) {
-        send(std::span<const std::uint32_t>(packet));
+    thread_local EventWords kept;
+    std::vector<std::uint32_t> own;
+    auto* words = kept.acquire();
+    if (words == nullptr) {
+        words = &own;
     }
+    struct Release {
+        EventWords& kept;
+        bool owned;
+        ~Release() {
+            if (owned) {
+                kept.release();
+            }
+        }
+    } release{kept, words != &own};
+    event.appendUMPWords(api_.midiProtocol(), *words);
+    MIDICore::forEachUMPPacket(*words, [&](std::span<const std::uint32_t> packet) { send(packet); });
 }
 
 void MIDIManagedSendsMessages::send(const std::vector<MIDIEvent>& events) {

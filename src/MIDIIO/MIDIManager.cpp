@@ -104,14 +104,7 @@ void MIDIManager::updateObjectCache() {
     devices_.setWrappedValue(devices);
     endpoints_.setWrappedValue(endpoints);
     midiObjectCache_.setWrappedValue(MIDIObjectCache(devices, endpoints));
-    std::vector<Monitor> monitors;
-    {
-        std::lock_guard lock(monitorsMutex_);
-        for (const auto& [id, monitor] : monitors_) {
-            monitors.push_back(monitor);
-        }
-    }
-    for (const auto& monitor : monitors) {
+    for (const auto& monitor : monitorsNow()) {
         if (monitor.devices) {
             monitor.devices(devices);
         }
@@ -119,7 +112,10 @@ void MIDIManager::updateObjectCache() {
             monitor.endpoints(endpoints);
         }
     }
+    cacheDidUpdate(devices, endpoints);
 }
+
+void MIDIManager::cacheDidUpdate(const MIDIDevices&, const MIDIEndpoints&) {}
 
 void MIDIManager::handle(const MIDINotificationMessage& message) {
     MIDIIOInternalNotification internal(message);
@@ -363,11 +359,10 @@ std::map<std::string, std::shared_ptr<MIDIThruConnection>> MIDIManager::managedT
 
 // --- Streams. ---
 
-std::uint64_t MIDIManager::addMonitor(std::function<void(const MIDIDevices&)> devices,
-                                      std::function<void(const MIDIEndpoints&)> endpoints) {
+std::uint64_t MIDIManager::addMonitor(Monitor monitor) {
     std::lock_guard lock(monitorsMutex_);
     auto id = nextMonitorID_++;
-    monitors_[id] = Monitor{std::move(devices), std::move(endpoints)};
+    monitors_[id] = std::move(monitor);
     return id;
 }
 
@@ -376,14 +371,49 @@ void MIDIManager::removeMonitor(std::uint64_t id) {
     monitors_.erase(id);
 }
 
+// A copy, so that handlers run without the lock and may subscribe or cancel.
+std::vector<MIDIManager::Monitor> MIDIManager::monitorsNow() {
+    std::vector<Monitor> monitors;
+    std::lock_guard lock(monitorsMutex_);
+    for (const auto& [id, monitor] : monitors_) {
+        monitors.push_back(monitor);
+    }
+    return monitors;
+}
+
+MIDIManager::Subscription MIDIManager::addChangeObserver(std::function<void()> handler) {
+    return Subscription(weak_from_this(), addMonitor(Monitor{nullptr, nullptr, std::move(handler)}));
+}
+
+void MIDIManager::postChange(std::function<void()> apply, bool observersFirst) {
+    std::weak_ptr<MIDIManager> weakSelf = weak_from_this();
+    havrel::MainQueue::shared().post([weakSelf, apply = std::move(apply), observersFirst] {
+        auto self = weakSelf.lock();
+        if (!self) {
+            return;
+        }
+        if (!observersFirst) {
+            apply();
+        }
+        for (const auto& monitor : self->monitorsNow()) {
+            if (monitor.changed) {
+                monitor.changed();
+            }
+        }
+        if (observersFirst) {
+            apply();
+        }
+    });
+}
+
 MIDIManager::Subscription MIDIManager::devicesStream(std::function<void(const MIDIDevices&)> handler) {
     handler(devices());
-    return Subscription(weak_from_this(), addMonitor(std::move(handler), nullptr));
+    return Subscription(weak_from_this(), addMonitor(Monitor{std::move(handler), nullptr, nullptr}));
 }
 
 MIDIManager::Subscription MIDIManager::endpointsStream(std::function<void(const MIDIEndpoints&)> handler) {
     handler(endpoints());
-    return Subscription(weak_from_this(), addMonitor(nullptr, std::move(handler)));
+    return Subscription(weak_from_this(), addMonitor(Monitor{nullptr, std::move(handler), nullptr}));
 }
 
 MIDIManager::Subscription& MIDIManager::Subscription::operator=(Subscription&& other) noexcept {

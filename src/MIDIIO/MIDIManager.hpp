@@ -51,7 +51,7 @@ public:
     // A stopped manager on the process's platform (MIDIPlatform::shared()).
     static std::shared_ptr<MIDIManager> create(std::string clientName, std::string model, std::string manufacturer,
                                                NotificationHandler notificationHandler = nullptr);
-    ~MIDIManager();
+    virtual ~MIDIManager();
 
     // Creates the system client, on the main queue (synchronously from any other thread), and
     // reads the caches. A second start does nothing.
@@ -133,14 +133,30 @@ public:
     MIDIManager(Key, std::string clientName, std::string model, std::string manufacturer,
                 NotificationHandler notificationHandler, std::shared_ptr<MIDIPlatform> platform);
 
+protected:
+    // Called after each cache update with the new values, on the thread of the update (the
+    // management queue, or the thread that started the manager).
+    virtual void cacheDidUpdate(const MIDIDevices& devices, const MIDIEndpoints& endpoints);
+    // Observers of changes that a subclass announces: the handler is called by
+    // notifyChangeObservers until the subscription is destroyed.
+    [[nodiscard]] Subscription addChangeObserver(std::function<void()> handler);
+    // Posts one change to the main queue: `apply`, and a call of the change observers before
+    // it (`observersFirst`) or after it. Dropped when the manager has gone by then.
+    void postChange(std::function<void()> apply, bool observersFirst);
+
 private:
+    struct Monitor {
+        std::function<void(const MIDIDevices&)> devices;
+        std::function<void(const MIDIEndpoints&)> endpoints;
+        std::function<void()> changed;
+    };
+    std::vector<Monitor> monitorsNow();
     template <class F>
     auto onManagementQueue(F&& work);
     void requireStarted() const;
     void updateObjectCache();
     void handle(const MIDINotificationMessage& message);
-    std::uint64_t addMonitor(std::function<void(const MIDIDevices&)> devices,
-                             std::function<void(const MIDIEndpoints&)> endpoints);
+    std::uint64_t addMonitor(Monitor monitor);
     void removeMonitor(std::uint64_t id);
 
     const std::shared_ptr<MIDIPlatform> platform_;
@@ -157,10 +173,6 @@ private:
     MIDIInternals::PThreadMutex<MIDIDevices> devices_;
     MIDIInternals::PThreadMutex<MIDIEndpoints> endpoints_;
     MIDIInternals::PThreadMutex<NotificationHandler> notificationHandler_;
-    struct Monitor {
-        std::function<void(const MIDIDevices&)> devices;
-        std::function<void(const MIDIEndpoints&)> endpoints;
-    };
     std::mutex monitorsMutex_;
     std::map<std::uint64_t, Monitor> monitors_;
     std::uint64_t nextMonitorID_ = 1;

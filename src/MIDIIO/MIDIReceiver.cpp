@@ -84,12 +84,15 @@ void MIDIReceiver::EventsBase::setUp(std::shared_ptr<MIDIInternals::DispatchQueu
         std::move(queue));
 }
 
+namespace {
+const auto activeSensingAndClock = MIDICore::SysRealTimeTypes::dropTypes(
+    {MIDICore::SysRealTimeType::activeSensing, MIDICore::SysRealTimeType::timingClock});
+}  // namespace
+
 void MIDIReceiver::EventsBase::handle(std::vector<MIDIEvent> events, MIDITimeStamp timeStamp,
                                       const std::optional<MIDIOutputEndpoint>& source) {
     if (options.contains(MIDIReceiverOptions::filterActiveSensingAndClock)) {
-        events = MIDICore::filter(events, MIDICore::SysRealTimeTypes::dropTypes(
-                                              {MIDICore::SysRealTimeType::activeSensing,
-                                               MIDICore::SysRealTimeType::timingClock}));
+        events = MIDICore::filter(events, activeSensingAndClock);
     }
     if (!events.empty()) {
         deliver(events, timeStamp, source);
@@ -97,10 +100,18 @@ void MIDIReceiver::EventsBase::handle(std::vector<MIDIEvent> events, MIDITimeSta
 }
 
 void MIDIReceiver::EventsBase::packetListReceived(const std::vector<MIDIPacketData>& packets) {
+    // The events of a packet are collected in one list kept between packets, the filter applied
+    // as they come.
+    const bool dropClock = options.contains(MIDIReceiverOptions::filterActiveSensingAndClock);
     for (const auto& packet : packets) {
-        auto events = midi1Parser.parsedEvents(packet.bytes, MIDICore::UInt4(0));
-        if (!events.empty()) {
-            handle(std::move(events), packet.timeStamp, packet.source);
+        parsed_.clear();
+        midi1Parser.parse(packet.bytes, MIDICore::UInt4(0), [&](MIDIEvent&& event) {
+            if (!dropClock || activeSensingAndClock.passes(event)) {
+                parsed_.push_back(std::move(event));
+            }
+        });
+        if (!parsed_.empty()) {
+            deliver(parsed_, packet.timeStamp, packet.source);
         }
     }
 }

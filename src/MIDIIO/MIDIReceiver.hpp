@@ -147,6 +147,10 @@ protected:
                          const std::optional<MIDIOutputEndpoint>& source) = 0;
 
     friend class MIDIReceiver;
+
+private:
+    // The events of the packet being delivered; used on the owner's queue only.
+    std::vector<MIDIEvent> parsed_;
 };
 
 class MIDIReceiver::Events final : public EventsBase {

@@ -105,3 +105,100 @@ TEST_F(LoopbackTest, FallbackDisplayNameMatchesAndTheCriterionTakesTheIDFound) {
 
 }  // namespace
 }  // namespace MIDIIO::testing
+
+namespace MIDIIO::testing {
+namespace {
+
+// The kind of an event: its description up to the parenthesis.
+std::vector<std::string> kindsOf(const std::vector<MIDIEvent>& events) {
+    std::vector<std::string> kinds;
+    for (const auto& event : events) {
+        auto text = event.description();
+        kinds.push_back(text.substr(0, text.find('(')));
+    }
+    return kinds;
+}
+
+TEST_F(LoopbackTest, ThruFilterFlagsKeepBackTheKindsTheyNameInEitherForm) {
+    // One message of each kind, as MIDI 1.0 bytes.
+    const std::vector<std::pair<std::string, std::vector<std::uint8_t>>> messages{
+        {"noteOn", {0x90, 0x3C, 0x64}},        {"cc", {0xB0, 0x07, 0x64}},
+        {"timingClock", {0xF8}},               {"timecodeQuarterFrame", {0xF1, 0x12}},
+        {"tuneRequest", {0xF6}},               {"sysEx7", {0xF0, 0x7D, 0x01, 0x02, 0xF7}},
+        {"universalSysEx7", {0xF0, 0x7F, 0x7F, 0x01, 0x01, 0x20, 0x00, 0x00, 0x00, 0xF7}},
+        {"start", {0xFA}},
+    };
+    std::vector<std::uint8_t> allBytes;
+    for (const auto& [kind, bytes] : messages) {
+        allBytes.insert(allBytes.end(), bytes.begin(), bytes.end());
+    }
+    auto events = MIDICore::MIDI1Parser().parsedEvents(allBytes);
+    ASSERT_EQ(events.size(), messages.size());
+
+    // Sources: a device's (packet lists) and an application's virtual output (MIDI 2.0 event
+    // lists). Destinations: a device's (logs MIDI 1.0 bytes) and an application's virtual input.
+    auto device = server->addDevice("Box", "Maker");
+    auto entity = server->addEntity(device, "Port");
+    MIDIOutputEndpoint deviceSource(server->addSource(entity, "Out"));
+    MIDIInputEndpoint deviceDestination(server->addDestination(entity, "In"));
+    auto sender = startedManager("Sender");
+    sender->addOutput("Sender Out", "out", MIDIIdentifierPersistence::adHoc());
+    auto listener = startedManager("Listener");
+    EventLog log;
+    listener->addInput("Listener In", "in", MIDIIdentifierPersistence::adHoc(), log.receiver());
+    auto router = startedManager("Router");
+
+    using P = MIDIThruConnection::Parameters;
+    auto only = [](bool P::*flag) {
+        P params;
+        params.*flag = true;
+        return params;
+    };
+    const std::vector<std::pair<P, std::vector<std::string>>> cases{
+        {P{}, {}},
+        {only(&P::filterOutAllControls), {"cc"}},
+        {only(&P::filterOutBeatClock), {"timingClock"}},
+        {only(&P::filterOutMTC), {"timecodeQuarterFrame", "universalSysEx7"}},
+        {only(&P::filterOutSysEx), {"sysEx7", "universalSysEx7"}},
+        {only(&P::filterOutTuneRequest), {"tuneRequest"}},
+    };
+    for (const auto& [params, dropped] : cases) {
+        SCOPED_TRACE(dropped.empty() ? std::string("no filter") : dropped[0]);
+        router->addThruConnection({deviceSource, *sender->managedOutput("out")->endpoint()},
+                                  {deviceDestination, *listener->managedInput("in")->endpoint()}, "thru",
+                                  MIDIThruConnection::Lifecycle::nonPersistent(), params);
+        std::vector<std::string> keptKinds;
+        std::vector<std::uint8_t> keptBytes;
+        for (const auto& [kind, bytes] : messages) {
+            if (std::find(dropped.begin(), dropped.end(), kind) == dropped.end()) {
+                keptKinds.push_back(kind);
+                keptBytes.insert(keptBytes.end(), bytes.begin(), bytes.end());
+            }
+        }
+        for (bool fromApplication : {false, true}) {
+            SCOPED_TRACE(fromApplication ? "event lists" : "packet lists");
+            auto logged = server->deviceDestinationLog(deviceDestination.coreMIDIObjectRef).size();
+            auto received = log.count();
+            if (fromApplication) {
+                sender->managedOutput("out")->send(events);
+            } else {
+                server->deviceSourceSend(deviceSource.coreMIDIObjectRef, allBytes);
+            }
+            ASSERT_TRUE(waitFor([&] { return log.count() >= received + keptKinds.size(); }));
+            server->flush();
+            listener->managedInput("in")->queue()->sync([] {});
+            auto all = log.snapshot();
+            EXPECT_EQ(kindsOf({all.begin() + static_cast<std::ptrdiff_t>(received), all.end()}), keptKinds);
+            auto packets = server->deviceDestinationLog(deviceDestination.coreMIDIObjectRef);
+            std::vector<std::uint8_t> bytes;
+            for (auto it = packets.begin() + static_cast<std::ptrdiff_t>(logged); it != packets.end(); ++it) {
+                bytes.insert(bytes.end(), it->begin(), it->end());
+            }
+            EXPECT_EQ(bytes, keptBytes);
+        }
+        router->remove(ManagedType::nonPersistentThruConnection, TagSelection::all());
+    }
+}
+
+}  // namespace
+}  // namespace MIDIIO::testing

@@ -108,3 +108,61 @@ TEST_F(LoopbackTest, OutputConnectionReachesVirtualInputAndFollowsItsRemoval) {
 
 }  // namespace
 }  // namespace MIDIIO::testing
+
+namespace MIDIIO::testing {
+namespace {
+
+TEST_F(LoopbackTest, OneEventGoesOutAsItsPacketsOnEveryAPI) {
+    auto device = server->addDevice("Synth", "Maker");
+    auto entity = server->addEntity(device, "Port");
+    MIDIInputEndpoint destination(server->addDestination(entity, "In"));
+
+    // Four control changes on MIDI 1.0; a SysEx of four UMP packets; a MIDI 2.0-only event.
+    auto rpn = MIDIEvent::rpn(MIDICore::UInt7Pair{UInt7(0), UInt7(5)}, MIDICore::DataEntryBytes{UInt7(10), UInt7(0)},
+                              MIDICore::MIDI2ParameterNumberChange::absolute, UInt4(1));
+    std::vector<std::uint8_t> data(20);
+    for (std::size_t i = 0; i < data.size(); ++i) {
+        data[i] = static_cast<std::uint8_t>(i);
+    }
+    auto sysEx = MIDIEvent::sysEx7(MIDICore::SysExManufacturer::educational(), data);
+    ASSERT_EQ(sysEx.umpRawWords(MIDIProtocolVersion::midi2_0).size(), 4u);
+    auto perNote = MIDIEvent::noteCC(UInt7(60), MIDICore::PerNoteController::assignable(1),
+                                     MIDICore::ChanVoice32BitValue::midi2(7), UInt4(1));
+    std::vector<std::uint8_t> expected = rpn.midi1RawBytes();
+    auto sysExBytes = sysEx.midi1RawBytes();
+    expected.insert(expected.end(), sysExBytes.begin(), sysExBytes.end());
+    expected.push_back(0xF8);
+
+    // What reaches the device, as packets with bytes: the packet counts show how each API cut
+    // the events into lists (the SysEx joins up again on the way to a MIDI 1.0 device).
+    const std::vector<std::pair<CoreMIDIAPIVersion, std::size_t>> apis{
+        {CoreMIDIAPIVersion::legacyCoreMIDI(), 3},
+        {CoreMIDIAPIVersion::newCoreMIDI(MIDIProtocolVersion::midi1_0), 6},
+        {CoreMIDIAPIVersion::newCoreMIDI(MIDIProtocolVersion::midi2_0), 3},
+    };
+    for (const auto& [api, packetCount] : apis) {
+        SCOPED_TRACE(api.description());
+        auto manager = startedManager("App");
+        manager->setPreferredAPI(api);
+        manager->addOutputConnection(MIDIOutputConnectionMode::inputs({MIDIEndpointIdentity::name("In")}), "out", {});
+        auto logged = server->deviceDestinationLog(destination.coreMIDIObjectRef).size();
+        auto connection = manager->managedOutputConnection("out");
+        connection->send(rpn);
+        connection->send(sysEx);
+        connection->send(perNote);  // nothing of it on MIDI 1.0, and no error
+        connection->send(MIDIEvent::timingClock());
+        server->flush();
+        auto packets = server->deviceDestinationLog(destination.coreMIDIObjectRef);
+        std::vector<std::uint8_t> bytes;
+        std::size_t count = 0;
+        for (auto it = packets.begin() + static_cast<std::ptrdiff_t>(logged); it != packets.end(); ++it) {
+            bytes.insert(bytes.end(), it->begin(), it->end());
+            count += it->empty() ? 0 : 1;
+        }
+        EXPECT_EQ(bytes, expected);
+        EXPECT_EQ(count, packetCount);
+    }
+}
+
+}  // namespace
+}  // namespace MIDIIO::testing

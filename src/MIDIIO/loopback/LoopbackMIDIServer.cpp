@@ -477,15 +477,16 @@ OSStatus LoopbackMIDIServer::sendEventList(MIDIPortRef port, MIDIEndpointRef des
     return toDestination(port, destination, LoopbackMessage{true, {eventList.begin(), eventList.end()}});
 }
 
-void LoopbackMIDIServer::targetsOfDestination(MIDIEndpointRef destination, std::vector<Target>& targets) const {
+void LoopbackMIDIServer::targetsOfDestination(MIDIEndpointRef destination, std::vector<Target>& targets,
+                                              const LoopbackThruFilter& filter) const {
     const auto* object = find(destination);
     if (object == nullptr || object->type != MIDIObjectType::destination) {
         return;
     }
     if (object->owner != 0) {
-        targets.push_back(Target{object->receiver, 0, 0});
+        targets.push_back(Target{object->receiver, 0, 0, filter});
     } else {
-        targets.push_back(Target{Receiver{}, 0, destination});
+        targets.push_back(Target{Receiver{}, 0, destination, filter});
     }
 }
 
@@ -502,7 +503,7 @@ OSStatus LoopbackMIDIServer::fromSource(MIDIEndpointRef source, LoopbackMessage 
         }
         for (const auto& [ref, port] : ports_) {
             if (auto it = port.connections.find(source); it != port.connections.end()) {
-                targets.push_back(Target{port.receiver, it->second, 0});
+                targets.push_back(Target{port.receiver, it->second, 0, {}});
             }
         }
         for (const auto& [ref, thru] : thrus_) {
@@ -512,8 +513,9 @@ OSStatus LoopbackMIDIServer::fromSource(MIDIEndpointRef source, LoopbackMessage 
                 continue;
             }
             auto destinations = std::min<std::size_t>(thru.params.numDestinations, MIDIThruConnectionParams::kMaxEndpoints);
+            auto filter = LoopbackThruFilter::of(thru.params);
             for (std::size_t i = 0; i < destinations; ++i) {
-                targetsOfDestination(thru.params.destinations[i], targets);
+                targetsOfDestination(thru.params.destinations[i], targets, filter);
             }
         }
     }
@@ -555,13 +557,13 @@ void LoopbackMIDIServer::deliver(const LoopbackMessage& message, const std::vect
         translator = &translators_[stream];
     }
     bool needsTranslation = std::any_of(targets.begin(), targets.end(), [&](const Target& target) {
-        return !LoopbackTranslator::isInForm(message, target.receiver.protocol);
+        return target.filter.any() || !LoopbackTranslator::isInForm(message, target.receiver.protocol);
     });
     if (needsTranslation) {
         translator->prepare(message);
     }
     for (const auto& target : targets) {
-        auto bytes = translator->render(message, target.receiver.protocol);
+        auto bytes = translator->render(message, target.receiver.protocol, target.filter);
         if (!bytes) {
             continue;
         }

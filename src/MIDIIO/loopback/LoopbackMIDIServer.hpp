@@ -144,6 +144,7 @@ private:
         Receiver receiver;
         MIDIRefCon refCon = 0;
         MIDIEndpointRef logDestination = 0;  // a device destination: the message is logged
+        LoopbackThruFilter filter;           // reached through a thru connection: what it keeps back
     };
 
     MIDIObjectRef nextRef();
@@ -179,7 +180,8 @@ private:
     // Data from a source goes to the ports connected to it and through the thru connections.
     OSStatus fromSource(MIDIEndpointRef source, LoopbackMessage message);
     OSStatus toDestination(MIDIPortRef port, MIDIEndpointRef destination, LoopbackMessage message);
-    void targetsOfDestination(MIDIEndpointRef destination, std::vector<Target>& targets) const;
+    void targetsOfDestination(MIDIEndpointRef destination, std::vector<Target>& targets,
+                              const LoopbackThruFilter& filter = {}) const;
     void deliver(const LoopbackMessage& message, const std::vector<Target>& targets, MIDIObjectRef stream);
 
     const bool supportsThru_;

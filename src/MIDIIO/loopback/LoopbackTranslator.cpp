@@ -5,6 +5,8 @@
 #include "MIDIIO/MIDIPacketLayout.hpp"
 
 #include <cstring>
+#include <iterator>
+#include <span>
 #include <utility>
 
 namespace MIDIIO {
@@ -12,8 +14,16 @@ namespace MIDIIO {
 struct LoopbackTranslator::State {
     MIDICore::MIDI1Parser midi1Parser;
     MIDICore::MIDI2Parser midi2Parser;
-    // The events of the message last prepared, a list per packet.
-    std::vector<std::pair<MIDITimeStamp, std::vector<MIDICore::MIDIEvent>>> parsed;
+    // The events of the message last prepared, and where each packet's events lie among them.
+    // Both lists keep their room from one message to the next.
+    struct Packet {
+        MIDITimeStamp timeStamp = 0;
+        std::size_t begin = 0;
+        std::size_t end = 0;
+    };
+    std::vector<MIDICore::MIDIEvent> events;
+    std::vector<Packet> packets;
+    std::vector<std::uint8_t> umpBytes;
 
     State() {
         // What was sent as a note on stays a note on; the receiver's own parser decides.
@@ -46,46 +56,86 @@ bool LoopbackTranslator::isInForm(const LoopbackMessage& message, std::optional<
     return listProtocol == static_cast<std::int32_t>(*protocol);
 }
 
+LoopbackThruFilter LoopbackThruFilter::of(const MIDIThruConnectionParams& params) {
+    return {params.filterOutSysEx, params.filterOutMTC, params.filterOutBeatClock, params.filterOutTuneRequest,
+            params.filterOutAllControls};
+}
+
+bool LoopbackThruFilter::drops(const MIDICore::MIDIEvent& event) const {
+    using namespace MIDICore;
+    if (event.isSystemExclusive()) {
+        if (sysEx) {
+            return true;
+        }
+        const auto* universal = event.get<MIDIEvent::UniversalSysEx7>();
+        return mtc && universal && universal->universalType == UniversalSysExType::realTime &&
+               universal->subID1.storage() == 0x01;
+    }
+    return (mtc && event.isSystemCommon(SysCommonType::timecodeQuarterFrame)) ||
+           (beatClock && event.isSystemRealTime(SysRealTimeType::timingClock)) ||
+           (tuneRequest && event.isSystemCommon(SysCommonType::tuneRequest)) ||
+           (allControls && event.isChannelVoice({ChanVoiceType::cc, ChanVoiceType::rpn, ChanVoiceType::nrpn,
+                                                 ChanVoiceType::noteCC}));
+}
+
 void LoopbackTranslator::prepare(const LoopbackMessage& message) {
-    auto& parsed = state_->parsed;
-    parsed.clear();
+    auto& state = *state_;
+    state.events.clear();
+    state.packets.clear();
+    auto addPacket = [&](MIDITimeStamp timeStamp, std::size_t begin) {
+        state.packets.push_back(State::Packet{timeStamp, begin, state.events.size()});
+    };
     if (!message.isEventList) {
         forEachMIDIPacket(message.bytes, [&](std::span<const std::uint8_t> bytes, MIDITimeStamp timeStamp) {
-            parsed.emplace_back(timeStamp, state_->midi1Parser.parsedEvents(bytes));
+            auto begin = state.events.size();
+            state.midi1Parser.parse(bytes, MIDICore::UInt4(0),
+                                    [&](MIDICore::MIDIEvent&& event) { state.events.push_back(std::move(event)); });
+            addPacket(timeStamp, begin);
         });
         return;
     }
     std::int32_t protocol = 0;
     forEachMIDIEventPacket(message.bytes, &protocol, [&](std::span<const std::uint32_t> words, MIDITimeStamp timeStamp) {
-        std::vector<std::uint8_t> bytes;
+        state.umpBytes.clear();
         for (auto word : words) {
             for (int shift = 24; shift >= 0; shift -= 8) {
-                bytes.push_back(static_cast<std::uint8_t>(word >> shift));
+                state.umpBytes.push_back(static_cast<std::uint8_t>(word >> shift));
             }
         }
-        parsed.emplace_back(timeStamp, state_->midi2Parser.parsedEvents(bytes));
+        auto begin = state.events.size();
+        auto events = state.midi2Parser.parsedEvents(state.umpBytes);
+        std::move(events.begin(), events.end(), std::back_inserter(state.events));
+        addPacket(timeStamp, begin);
     });
 }
 
 std::optional<std::vector<std::uint8_t>> LoopbackTranslator::render(const LoopbackMessage& message,
-                                                                    std::optional<MIDIProtocolID> protocol) const {
-    if (isInForm(message, protocol)) {
+                                                                    std::optional<MIDIProtocolID> protocol,
+                                                                    const LoopbackThruFilter& filter) const {
+    if (!filter.any() && isInForm(message, protocol)) {
         return message.bytes;
     }
+    const auto& state = *state_;
+    auto eventsOf = [&](const State::Packet& packet) {
+        return std::span<const MIDICore::MIDIEvent>(state.events).subspan(packet.begin, packet.end - packet.begin);
+    };
     std::vector<std::uint8_t> list;
     std::uint32_t count = 0;
     if (!protocol) {
         append(list, count);
-        for (const auto& [timeStamp, events] : state_->parsed) {
+        for (const auto& packet : state.packets) {
             std::vector<std::uint8_t> data;
-            for (const auto& event : events) {
+            for (const auto& event : eventsOf(packet)) {
+                if (filter.drops(event)) {
+                    continue;
+                }
                 auto bytes = event.midi1RawBytes();
                 data.insert(data.end(), bytes.begin(), bytes.end());
             }
             if (data.empty() || data.size() > 0xFFFF) {
                 continue;
             }
-            append(list, timeStamp);
+            append(list, packet.timeStamp);
             append(list, static_cast<std::uint16_t>(data.size()));
             list.insert(list.end(), data.begin(), data.end());
             ++count;
@@ -96,19 +146,22 @@ std::optional<std::vector<std::uint8_t>> LoopbackTranslator::render(const Loopba
         append(list, count);
         auto version = *protocol == MIDIProtocolID::midi1_0 ? MIDICore::MIDIProtocolVersion::midi1_0
                                                             : MIDICore::MIDIProtocolVersion::midi2_0;
-        for (const auto& [timeStamp, events] : state_->parsed) {
-            for (const auto& event : events) {
-                for (const auto& words : event.umpRawWords(version)) {
-                    if (words.empty() || words.size() > kMIDIEventPacketMaxWords) {
-                        continue;
-                    }
-                    append(list, timeStamp);
-                    append(list, static_cast<std::uint32_t>(words.size()));
-                    for (auto word : words) {
+        std::vector<std::uint32_t> words;
+        for (const auto& packet : state.packets) {
+            for (const auto& event : eventsOf(packet)) {
+                if (filter.drops(event)) {
+                    continue;
+                }
+                words.clear();
+                event.appendUMPWords(version, words);
+                MIDICore::forEachUMPPacket(words, [&](std::span<const std::uint32_t> umpPacket) {
+                    append(list, packet.timeStamp);
+                    append(list, static_cast<std::uint32_t>(umpPacket.size()));
+                    for (auto word : umpPacket) {
                         append(list, word);
                     }
                     ++count;
-                }
+                });
             }
         }
         std::memcpy(list.data() + 4, &count, 4);
