@@ -86,6 +86,17 @@ public:
     std::map<std::string, std::shared_ptr<MIDIInputConnection>> managedInputConnections() const;
     std::map<std::string, std::shared_ptr<MIDIOutputConnection>> managedOutputConnections() const;
     std::map<std::string, std::shared_ptr<MIDIThruConnection>> managedThruConnections() const;
+    // Calls `body(tag, output)` for each virtual output in tag order, without copying the
+    // dictionary: the send path of an application uses it for every message. `body` must not
+    // add or remove outputs.
+    template <class F>
+    void forEachManagedOutput(F&& body) const {
+        managedOutputs_.read([&](const auto& outputs) {
+            for (const auto& [tag, output] : outputs) {
+                body(tag, *output);
+            }
+        });
+    }
 
     // The unique IDs of this manager's virtual inputs and outputs.
     std::vector<MIDIUniqueID> ownedInputIDs() const;

@@ -37,6 +37,14 @@ public:
         return std::forward<F>(mutation)(value);
     }
 
+    // Runs `reader(const T&)` with the read lock held, without copying the value. Nothing called
+    // in it may change this holder.
+    template <class F>
+    decltype(auto) read(F&& reader) const {
+        PThreadReadGuard guard(lock);
+        return std::forward<F>(reader)(static_cast<const T&>(value));
+    }
+
 protected:
     T value{};
     mutable PThreadRWLock lock;

@@ -1,9 +1,15 @@
 #include "central/HVCentralTransmissionManager.hpp"
 
+#include "central/HVCentralThroughputMeter.hpp"
+#include "central/HVMIDISender.hpp"
+#include "central/RNBluetoothMIDICommandPure.hpp"
 #include "central/RNClient.hpp"
+#include "model/RNMIDIControllerSignal.hpp"
 #include "platform/Log.hpp"
 #include "platform/MainQueue.hpp"
 #include "platform/NotificationQueue.hpp"
+
+#include <fmt/format.h>
 
 #include <chrono>
 
@@ -24,6 +30,101 @@ std::shared_ptr<HVCentralTransmissionManager> HVCentralTransmissionManager::shar
     static auto instance = std::make_shared<HVCentralTransmissionManager>();
     return instance;
 }
+
+// --- Broadcasts. ---
+
+void HVCentralTransmissionManager::broadcastController(std::uint64_t controller, std::uint64_t value,
+                                                       std::uint64_t channel) {
+    auto sender = HVMIDISender::shared();
+    logf("[HVCentralTxDiag] broadcastController cc={} val={} ch={} midiMgrShared={}", controller, value, channel,
+         describe(sender));
+    if (sender) {
+        sender->sendWithController(static_cast<std::uint8_t>(controller), static_cast<std::uint8_t>(value),
+                                   static_cast<std::uint8_t>(channel), true);
+    }
+    HVCentralThroughputMeter::sharedInstance()->recordController(controller, value, channel);
+}
+
+void HVCentralTransmissionManager::broadcastNote(std::uint64_t note, std::uint64_t velocity, std::uint64_t channel) {
+    auto sender = HVMIDISender::shared();
+    logf("[HVCentralTxDiag] broadcastNote note={} vel={} ch={} midiMgrShared={}", note, velocity, channel,
+         describe(sender));
+    if (sender) {
+        sender->sendWithNoteOn(static_cast<std::uint8_t>(note), static_cast<std::uint8_t>(velocity),
+                               static_cast<std::uint8_t>(channel), true);
+    }
+    HVCentralThroughputMeter::sharedInstance()->recordNote(note, velocity, channel, true);
+}
+
+void HVCentralTransmissionManager::broadcastProgramChange(std::uint64_t program, std::uint64_t channel) {
+    logf("[HVCentralTxDiag] broadcastProgramChange pc={} ch={}", program, channel);
+    if (auto sender = HVMIDISender::shared()) {
+        sender->sendWithProgramChange(static_cast<std::uint8_t>(program), static_cast<std::uint8_t>(channel), true);
+    }
+    HVCentralThroughputMeter::sharedInstance()->recordRaw(fmt::format("PC {}", program));
+}
+
+void HVCentralTransmissionManager::broadcastPitchBendWithChannel(std::uint64_t channel, std::uint64_t lsb,
+                                                                 std::uint64_t msb) {
+    logf("[HVCentralTxDiag] broadcastPitchBend ch={} lsb={} msb={}", channel, lsb, msb);
+    const std::uint64_t value = lsb + (msb << 7);
+    if (auto sender = HVMIDISender::shared()) {
+        sender->sendWithPitchBend(static_cast<std::uint16_t>(value), static_cast<std::uint8_t>(channel), true);
+    }
+    HVCentralThroughputMeter::sharedInstance()->recordRaw(fmt::format("Bend {}", value));
+}
+
+void HVCentralTransmissionManager::sendSignal(const RNMIDIControllerSignal& signal) {
+    switch (signal.type) {
+        case HVSignalTypeCC:
+            broadcastController(signal.controllerNumber, signal.value, signal.channelNumber);
+            break;
+        case HVSignalTypeNote:
+            broadcastNote(signal.controllerNumber, signal.value, signal.channelNumber);
+            break;
+        default:
+            break;
+    }
+}
+
+void HVCentralTransmissionManager::sendPureCommandWithData(ByteView data) {
+    // A short buffer has been reported by the reader; nothing is sent.
+    if (auto command = RNBluetoothMIDICommandPure::initWithData(data)) {
+        sendPureCommand(command->status, command->data1, command->data2);
+    }
+}
+
+void HVCentralTransmissionManager::sendPureCommand(std::uint8_t status, std::uint8_t data1, std::uint8_t data2) {
+    const std::uint8_t channel = status & 0x0F;
+    switch (status & 0xF0) {
+        case 0x90:
+            if (auto sender = HVMIDISender::shared()) {
+                sender->sendWithNoteOn(data1, data2, channel, true);
+            }
+            HVCentralThroughputMeter::sharedInstance()->recordNote(data1, data2, channel, true);
+            break;
+        case 0xB0:
+            broadcastController(data1, data2, channel);
+            break;
+        case 0x80:
+            if (auto sender = HVMIDISender::shared()) {
+                sender->sendWithNoteOff(data1, data2, channel, true);
+            }
+            HVCentralThroughputMeter::sharedInstance()->recordNote(data1, data2, channel, false);
+            break;
+        case 0xE0:
+            broadcastPitchBendWithChannel(channel, data1, data2);
+            break;
+        case 0xC0:
+            broadcastProgramChange(data1, channel);
+            break;
+        default:
+            // Pressure and system messages go nowhere.
+            break;
+    }
+}
+
+// --- The activity indicator. ---
 
 void HVCentralTransmissionManager::didReceiveCommandForClient(const std::shared_ptr<RNClient>& client) {
     if (!client) {

@@ -13,6 +13,11 @@ public:
     std::weak_ptr<void> observer;
 
     bool observerIsAlive() const { return !observer.expired(); }
+    // Whether the observer is this registrar (by ownership, so an object that has gone is never
+    // confused with a new one at the same address).
+    bool isObserver(const std::shared_ptr<void>& registrar) const {
+        return !observer.owner_before(registrar) && !registrar.owner_before(observer);
+    }
 };
 
 }  // namespace havrel

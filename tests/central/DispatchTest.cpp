@@ -1,3 +1,4 @@
+#include "RangeCommandBuilders.hpp"
 #include "central/HVCentralConnectionTypeManager.hpp"
 #include "central/HVCentralThroughputMeter.hpp"
 #include "central/HVCentralTransmissionManager.hpp"
@@ -37,17 +38,8 @@ public:
     }
 };
 
-HVMidiAxisDataWrapperPtr wrapperWith(std::uint64_t numericID, HVMidiRangeContainerPtr container) {
-    auto axis = HVMidiAxisData::create();
-    axis->addRangeContainer(container);
-    auto wrapper = HVMidiAxisDataWrapper::midiAxisWrapperWithAxisArray({axis});
-    wrapper->numericID = numericID;
-    return wrapper;
-}
-
-Bytes rangeCommand(std::vector<HVEncodedRangeValue> values) {
-    return *HVEncodedRangeCommand::rangeCommandWithRangeValues(std::move(values)).data();
-}
+using testing::rangeCommand;
+using testing::wrapperWith;
 
 class DispatchTest : public ::testing::Test {
 protected:
