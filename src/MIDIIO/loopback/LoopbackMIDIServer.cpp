@@ -644,42 +644,48 @@ MIDIDeviceRef LoopbackMIDIServer::getDevice(ItemCount index) {
     return index < deviceOrder_.size() ? deviceOrder_[index] : 0;
 }
 
-ItemCount LoopbackMIDIServer::deviceGetNumberOfEntities(MIDIDeviceRef device) {
+const std::vector<MIDIObjectRef>* LoopbackMIDIServer::children(MIDIObjectRef parent, MIDIObjectType type,
+                                                                std::vector<MIDIObjectRef> Object::*list) const {
+    const auto* object = find(parent);
+    return object && object->type == type ? &(object->*list) : nullptr;
+}
+
+ItemCount LoopbackMIDIServer::childCount(MIDIObjectRef parent, MIDIObjectType type,
+                                         std::vector<MIDIObjectRef> Object::*list) {
     std::lock_guard lock(mutex_);
-    const auto* object = find(device);
-    return object && object->type == MIDIObjectType::device ? object->entities.size() : 0;
+    const auto* refs = children(parent, type, list);
+    return refs ? refs->size() : 0;
+}
+
+MIDIObjectRef LoopbackMIDIServer::childAt(MIDIObjectRef parent, MIDIObjectType type,
+                                          std::vector<MIDIObjectRef> Object::*list, ItemCount index) {
+    std::lock_guard lock(mutex_);
+    const auto* refs = children(parent, type, list);
+    return refs && index < refs->size() ? (*refs)[index] : 0;
+}
+
+ItemCount LoopbackMIDIServer::deviceGetNumberOfEntities(MIDIDeviceRef device) {
+    return childCount(device, MIDIObjectType::device, &Object::entities);
 }
 
 MIDIEntityRef LoopbackMIDIServer::deviceGetEntity(MIDIDeviceRef device, ItemCount index) {
-    std::lock_guard lock(mutex_);
-    const auto* object = find(device);
-    return object && object->type == MIDIObjectType::device && index < object->entities.size() ? object->entities[index] : 0;
+    return childAt(device, MIDIObjectType::device, &Object::entities, index);
 }
 
 ItemCount LoopbackMIDIServer::entityGetNumberOfSources(MIDIEntityRef entity) {
-    std::lock_guard lock(mutex_);
-    const auto* object = find(entity);
-    return object && object->type == MIDIObjectType::entity ? object->sources.size() : 0;
+    return childCount(entity, MIDIObjectType::entity, &Object::sources);
 }
 
 MIDIEndpointRef LoopbackMIDIServer::entityGetSource(MIDIEntityRef entity, ItemCount index) {
-    std::lock_guard lock(mutex_);
-    const auto* object = find(entity);
-    return object && object->type == MIDIObjectType::entity && index < object->sources.size() ? object->sources[index] : 0;
+    return childAt(entity, MIDIObjectType::entity, &Object::sources, index);
 }
 
 ItemCount LoopbackMIDIServer::entityGetNumberOfDestinations(MIDIEntityRef entity) {
-    std::lock_guard lock(mutex_);
-    const auto* object = find(entity);
-    return object && object->type == MIDIObjectType::entity ? object->destinations.size() : 0;
+    return childCount(entity, MIDIObjectType::entity, &Object::destinations);
 }
 
 MIDIEndpointRef LoopbackMIDIServer::entityGetDestination(MIDIEntityRef entity, ItemCount index) {
-    std::lock_guard lock(mutex_);
-    const auto* object = find(entity);
-    return object && object->type == MIDIObjectType::entity && index < object->destinations.size()
-               ? object->destinations[index]
-               : 0;
+    return childAt(entity, MIDIObjectType::entity, &Object::destinations, index);
 }
 
 OSStatus LoopbackMIDIServer::entityGetDevice(MIDIEntityRef entity, MIDIDeviceRef* outDevice) {

@@ -152,6 +152,12 @@ private:
     bool isUniqueIDTaken(MIDIUniqueID id) const;
     Object* find(MIDIObjectRef ref);
     const Object* find(MIDIObjectRef ref) const;
+    // The children of one kind of a device or entity; nothing (count 0, ref 0) for another kind.
+    const std::vector<MIDIObjectRef>* children(MIDIObjectRef parent, MIDIObjectType type,
+                                               std::vector<MIDIObjectRef> Object::*list) const;
+    ItemCount childCount(MIDIObjectRef parent, MIDIObjectType type, std::vector<MIDIObjectRef> Object::*list);
+    MIDIObjectRef childAt(MIDIObjectRef parent, MIDIObjectType type, std::vector<MIDIObjectRef> Object::*list,
+                          ItemCount index);
     const Property* findProperty(MIDIObjectRef ref, const std::string& key) const;
     // Reads a property of one kind; the caller holds the lock.
     template <typename T>
