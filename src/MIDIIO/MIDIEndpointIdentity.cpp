@@ -17,6 +17,25 @@ bool MIDIEndpointIdentity::matches(const MIDIIOObject& endpoint) const {
     return std::visit(Match{endpoint}, storage_);
 }
 
+namespace {
+template <class List, class Text>
+std::string bracketed(const List& items, Text&& text) {
+    std::string result = "[";
+    for (const auto& item : items) {
+        result += (result.size() > 1 ? ", " : "") + text(item);
+    }
+    return result + "]";
+}
+}  // namespace
+
+std::string description(const std::vector<MIDIEndpointIdentity>& identities) {
+    return bracketed(identities, [](const MIDIEndpointIdentity& identity) { return identity.description(); });
+}
+
+std::string description(const std::set<MIDIEndpointRef>& refs) {
+    return bracketed(refs, [](MIDIEndpointRef ref) { return std::to_string(ref); });
+}
+
 std::string MIDIEndpointIdentity::description() const {
     struct Text {
         std::string operator()(const Name& identity) const { return "name(" + MIDIInternals::quoted(identity.name) + ")"; }

@@ -5,6 +5,7 @@
 #include "MIDIIO/MIDIIOObject.hpp"
 
 #include <algorithm>
+#include <set>
 #include <string>
 #include <variant>
 #include <vector>
@@ -45,6 +46,10 @@ private:
     explicit MIDIEndpointIdentity(Storage storage) : storage_(std::move(storage)) {}
     Storage storage_;
 };
+
+// Printable lists for descriptions: "[a, b]".
+std::string description(const std::vector<MIDIEndpointIdentity>& identities);
+std::string description(const std::set<MIDIEndpointRef>& refs);
 
 // The identities (unique ID with the display name to fall back on) of endpoints.
 template <class E>

@@ -5,23 +5,6 @@
 
 namespace MIDIIO {
 
-namespace {
-std::string refsText(const std::set<MIDIEndpointRef>& refs) {
-    std::string text = "[";
-    for (auto ref : refs) {
-        text += (text.size() > 1 ? ", " : "") + std::to_string(ref);
-    }
-    return text + "]";
-}
-
-std::string criteriaText(const std::vector<MIDIEndpointIdentity>& criteria) {
-    std::string text = "[";
-    for (const auto& criterion : criteria) {
-        text += (text.size() > 1 ? ", " : "") + criterion.description();
-    }
-    return text + "]";
-}
-}  // namespace
 
 MIDIInputConnection::MIDIInputConnection(std::weak_ptr<MIDIManager> manager, std::shared_ptr<MIDIPlatform> platform,
                                          MIDIInputConnectionMode mode, MIDIEndpointFilter filter,
@@ -174,8 +157,8 @@ std::set<MIDIEndpointRef> MIDIInputConnection::coreMIDIOutputEndpointRefs() cons
 
 std::string MIDIInputConnection::description() const {
     std::lock_guard lock(mutex_);
-    return "MIDIInputConnection(criteria: " + criteriaText(outputsCriteria_) +
-           ", outputEndpointRefs: " + refsText(coreMIDIOutputEndpointRefs_) + ", inputPortRef: " +
+    return "MIDIInputConnection(criteria: " + MIDIIO::description(outputsCriteria_) +
+           ", outputEndpointRefs: " + MIDIIO::description(coreMIDIOutputEndpointRefs_) + ", inputPortRef: " +
            (coreMIDIInputPortRef_ ? std::to_string(*coreMIDIInputPortRef_) : std::string("nil")) + ")";
 }
 

@@ -115,15 +115,8 @@ std::set<MIDIEndpointRef> MIDIOutputConnection::coreMIDIInputEndpointRefs() cons
 
 std::string MIDIOutputConnection::description() const {
     std::shared_lock lock(mutex_);
-    std::string criteria = "[";
-    for (const auto& criterion : inputsCriteria_) {
-        criteria += (criteria.size() > 1 ? ", " : "") + criterion.description();
-    }
-    std::string refs = "[";
-    for (auto ref : coreMIDIInputEndpointRefs_) {
-        refs += (refs.size() > 1 ? ", " : "") + std::to_string(ref);
-    }
-    return "MIDIOutputConnection(criteria: " + criteria + "], inputEndpointRefs: " + refs + "], outputPortRef: " +
+    return "MIDIOutputConnection(criteria: " + MIDIIO::description(inputsCriteria_) +
+           ", inputEndpointRefs: " + MIDIIO::description(coreMIDIInputEndpointRefs_) + ", outputPortRef: " +
            (coreMIDIOutputPortRef_ ? std::to_string(*coreMIDIOutputPortRef_) : std::string("nil")) + ")";
 }
 

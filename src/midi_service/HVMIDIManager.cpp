@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cctype>
 #include <chrono>
+#include <iterator>
 
 namespace havrel {
 
@@ -91,27 +92,6 @@ bool containsRTP(std::string owner) {
     std::transform(owner.begin(), owner.end(), owner.begin(),
                    [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
     return owner.find("RTP") != std::string::npos;
-}
-
-// The printable form of an output connection's targets, for the network-session test.
-std::string targetDescription(const MIDIIO::MIDIOutputConnection& connection) {
-    std::string text = "[";
-    bool first = true;
-    for (const auto& identity : connection.inputsCriteria()) {
-        text += first ? "" : ", ";
-        text += identity.description();
-        first = false;
-    }
-    return text + "]";
-}
-
-bool sameIdentitySet(const std::vector<MIDIIO::MIDIEndpointIdentity>& a,
-                     const std::vector<MIDIIO::MIDIEndpointIdentity>& b) {
-    auto within = [](const auto& x, const auto& y) {
-        return std::all_of(x.begin(), x.end(),
-                           [&](const auto& identity) { return std::find(y.begin(), y.end(), identity) != y.end(); });
-    };
-    return within(a, b) && within(b, a);
 }
 
 }  // namespace
@@ -461,20 +441,16 @@ void HVMIDIManager::refreshHardwareOutputs() {
     }
     const auto wanted = MIDIIO::identitiesOf(hardwareDestinations());
     const auto current = connection->inputsCriteria();
-    if (sameIdentitySet(wanted, current)) {
+    auto missingFrom = [](const auto& from, const auto& list) {
+        std::vector<MIDIIO::MIDIEndpointIdentity> missing;
+        std::copy_if(from.begin(), from.end(), std::back_inserter(missing),
+                     [&](const auto& identity) { return std::find(list.begin(), list.end(), identity) == list.end(); });
+        return missing;
+    };
+    const auto gone = missingFrom(current, wanted);
+    const auto added = missingFrom(wanted, current);
+    if (gone.empty() && added.empty()) {
         return;
-    }
-    std::vector<MIDIIO::MIDIEndpointIdentity> gone;
-    for (const auto& identity : current) {
-        if (std::find(wanted.begin(), wanted.end(), identity) == wanted.end()) {
-            gone.push_back(identity);
-        }
-    }
-    std::vector<MIDIIO::MIDIEndpointIdentity> added;
-    for (const auto& identity : wanted) {
-        if (std::find(current.begin(), current.end(), identity) == current.end()) {
-            added.push_back(identity);
-        }
     }
     connection->remove(gone);
     connection->add(added);
@@ -497,7 +473,7 @@ void HVMIDIManager::scanNetworkSessions() {
     // An output connection leads to a session when the session's name appears in the
     // description of its targets.
     for (const auto& [tag, connection] : manager.managedOutputConnections()) {
-        const std::string targets = targetDescription(*connection);
+        const std::string targets = MIDIIO::description(connection->inputsCriteria());
         for (const auto& entity : sessions) {
             if (targets.find(entity.name) == std::string::npos) {
                 continue;

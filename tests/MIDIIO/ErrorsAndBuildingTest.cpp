@@ -171,7 +171,12 @@ TEST_F(LoopbackTest, OutputConnectionAddsAndRemovesDestinationsWithinModeAndFilt
     auto all = a->managedOutputConnection("all");
     ASSERT_EQ(all->endpoints().size(), 1u);
     EXPECT_EQ(all->endpoints()[0].uniqueID, x.uniqueID);
-    EXPECT_TRUE(all->description().starts_with("MIDIOutputConnection(criteria: "));
+    EXPECT_TRUE(all->description().starts_with("MIDIOutputConnection(criteria: [], inputEndpointRefs: [" +
+                                               std::to_string(x.coreMIDIObjectRef) + "], outputPortRef: "));
+    // The target lists as the network-session test of the application reads them.
+    EXPECT_EQ(description(std::vector{MIDIEndpointIdentity::name("Studio"), MIDIEndpointIdentity::uniqueID(5)}),
+              "[name(\"Studio\"), uniqueID(5)]");
+    EXPECT_EQ(description(std::set<MIDIEndpointRef>{7, 3}), "[3, 7]");
     // Without the owned flag A's own input is a destination as well.
     a->addOutputConnection(MIDIOutputConnectionMode::allInputs(), "every", MIDIEndpointFilter::default_());
     EXPECT_EQ(a->managedOutputConnection("every")->endpoints().size(), 3u);
