@@ -20,9 +20,8 @@ fuzz: deps
 	cmake --preset fuzz
 	cmake --build --preset fuzz
 
-demo:
-	@echo "make demo: the host program (havrel-central) does not exist yet; nothing to run." >&2
-	@exit 1
+demo: build
+	./scripts/demo
 
 clean:
 	rm -rf build

@@ -1,0 +1,152 @@
+// havrel-central: the desktop side of the Havrel controllers. Brings up the core and the full
+// MIDI service, follows client devices over USB (through the usbmux daemon) and on the local
+// path 127.0.0.1:<port>, and runs until SIGINT or SIGTERM.
+
+#include "LogLevelSink.hpp"
+
+#include "central/HVConnectionTypeConfiguration.hpp"
+#include "central/HVProductData.hpp"
+#include "core/HavrelCoreBaseMac.hpp"
+#include "midi_service/HVMIDIManager.hpp"
+#include "midi_service/HVMIDIOutputMonitor.hpp"
+#include "MIDIIO/MIDIPlatform.hpp"
+#include "MIDIIO/loopback/LoopbackMIDIServer.hpp"
+#include "platform/DefaultsStore.hpp"
+#include "platform/HostPrompts.hpp"
+#include "platform/Log.hpp"
+#include "platform/MainQueue.hpp"
+#include "transport/usb/HVCentralUSBManager.hpp"
+
+#include <CLI/CLI.hpp>
+#include <asio/signal_set.hpp>
+
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <iostream>
+#include <mutex>
+#include <string>
+
+namespace {
+
+constexpr const char* kVersion = "0.1.0";
+constexpr const char* kAPIVersion = "2.1";
+
+struct Options {
+    std::string product = "Havrel";
+    std::string midiBackend;
+    bool noUsbmux = false;
+    std::uint16_t localPort = 4699;
+    bool printMIDI = false;
+    std::string configDir;
+    std::string logLevel = "info";
+};
+
+// The MIDI backend to use, with the reason, on one stderr line.
+std::string chooseBackend(const std::string& requested) {
+    // This build has the in-process loopback server only; a sequencer is of no use without the
+    // backend that talks to it.
+    if (requested == "alsa") {
+        std::cerr << "havrel-central: MIDI backend loopback (alsa requested, but this build has no ALSA backend)\n";
+    } else if (requested == "loopback") {
+        std::cerr << "havrel-central: MIDI backend loopback (requested)\n";
+    } else {
+        std::cerr << "havrel-central: MIDI backend loopback (this build has no ALSA backend)\n";
+    }
+    return "loopback";
+}
+
+havrel::LogLevel parseLevel(const std::string& text) {
+    if (text == "quiet") return havrel::LogLevel::quiet;
+    if (text == "diag") return havrel::LogLevel::diag;
+    return havrel::LogLevel::info;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    using namespace havrel;
+    Options options;
+    CLI::App app{"havrel-central: turns Havrel client devices into MIDI"};
+    app.set_version_flag("--version", std::string("havrel-central ") + kVersion);
+    app.add_option("--product", options.product, "product name; the MIDI endpoints are \"<product> Output\" and \"<product> Input\"")
+        ->capture_default_str();
+    app.add_option("--midi-backend", options.midiBackend, "alsa or loopback (default: alsa where a sequencer is usable)")
+        ->check(CLI::IsMember({"alsa", "loopback"}));
+    app.add_flag("--no-usbmux", options.noUsbmux, "do not follow USB devices through the usbmux daemon");
+    app.add_option("--local-port", options.localPort, "port of the local path on 127.0.0.1")->capture_default_str();
+    app.add_flag("--print-midi", options.printMIDI, "print every message leaving through the virtual output on stdout");
+    app.add_option("--config-dir", options.configDir, "folder of the defaults store (default: the XDG config folder)");
+    app.add_option("--log-level", options.logLevel, "quiet, info or diag")
+        ->check(CLI::IsMember({"quiet", "info", "diag"}))
+        ->capture_default_str();
+    CLI11_PARSE(app, argc, argv);
+
+    // Everything but the MIDI print goes to stderr.
+    setLogSink(std::make_shared<LogLevelSink>(parseLevel(options.logLevel), std::make_shared<StderrLogSink>()));
+    if (!options.configDir.empty()) {
+        DefaultsStore::setStandard(
+            std::make_shared<DefaultsStore>(std::filesystem::path(options.configDir) / "defaults.json"));
+    }
+    TerminalHostPrompts::Options promptOptions;
+    promptOptions.output = &std::cerr;
+    HostPrompts::setShared(std::make_shared<TerminalHostPrompts>(promptOptions));
+
+    chooseBackend(options.midiBackend);
+    MIDIIO::MIDIPlatform::setShared(MIDIIO::LoopbackMIDIServer::create());
+
+    auto product = HVProductData::create();
+    product->name = options.product;
+    product->versionToSendOut = kVersion;
+    product->apiVersionToSendOut = kAPIVersion;
+    HVProductData::setSharedInstance(product);
+
+    // The USB transport is made once per process; made here first, it takes the host's options,
+    // and the registry made by the entry finds it.
+    HVCentralUSBManager::Options usbOptions;
+    usbOptions.localPort = options.localPort;
+    usbOptions.useUSBHub = !options.noUsbmux;
+    HVCentralUSBManager::instantiateWithProductToSendOut(options.product, kVersion, usbOptions);
+    HavrelCoreBaseMac::instantiateWithProductToSendOut(options.product, kVersion, kAPIVersion);
+
+    auto configuration = HVConnectionTypeConfiguration::defaultConfiguration();
+    configuration->productToSendOut = options.product;
+    auto midi = HVMIDIManager::initSharedWithConnectionConfiguration(configuration);
+
+    std::unique_ptr<HVMIDIOutputMonitor> monitor;
+    if (options.printMIDI) {
+        monitor = HVMIDIOutputMonitor::start("havrel-central monitor", midi->outputName(), [](const std::string& line) {
+            static std::mutex mutex;
+            std::lock_guard lock(mutex);
+            std::fwrite(line.data(), 1, line.size(), stdout);
+            std::fputc('\n', stdout);
+            std::fflush(stdout);
+        });
+    }
+
+    auto& mainQueue = MainQueue::shared();
+    asio::signal_set signals(mainQueue.context(), SIGINT, SIGTERM);
+    signals.async_wait([&mainQueue](const std::error_code& error, int signalNumber) {
+        if (!error) {
+            logf("havrel-central: signal {} — shutting down", signalNumber);
+            mainQueue.stop();
+        }
+    });
+    std::signal(SIGPIPE, SIG_IGN);
+    logf("havrel-central {} running: product \"{}\", local path 127.0.0.1:{}, usbmux {}", kVersion, options.product,
+         options.localPort, options.noUsbmux ? "off" : "on");
+
+    mainQueue.run();
+
+    // Orderly shutdown: sockets closed, endpoints disposed of, the defaults store written.
+    signals.cancel();
+    monitor.reset();
+    HVCentralUSBManager::resetShared();
+    midi->stopTimers();
+    if (midi->midiManager()) {
+        midi->midiManager()->removeAll();
+    }
+    mainQueue.poll();
+    log("havrel-central: stopped");
+    return 0;
+}

@@ -1,0 +1,204 @@
+#include "transport/usb/HVCentralUSBManager.hpp"
+
+#include "central/RNCentral.hpp"
+#include "central/RNClient.hpp"
+#include "platform/Log.hpp"
+
+#include <unistd.h>
+
+#include <array>
+#include <cstring>
+#include <mutex>
+
+namespace havrel {
+
+namespace {
+
+std::mutex& sharedMutex() {
+    static std::mutex mutex;
+    return mutex;
+}
+
+std::shared_ptr<HVCentralUSBManager>& sharedInstanceSlot() {
+    static std::shared_ptr<HVCentralUSBManager> instance;
+    return instance;
+}
+
+std::shared_ptr<const Bytes> bytesOfDouble(double value) {
+    auto bytes = std::make_shared<Bytes>(sizeof(double));
+    std::memcpy(bytes->data(), &value, sizeof(double));
+    return bytes;
+}
+
+}  // namespace
+
+std::shared_ptr<HVCentralUSBManager> HVCentralUSBManager::instantiateWithProductToSendOut(const std::string& product,
+                                                                                        const std::string& version,
+                                                                                        Options options) {
+    std::lock_guard lock(sharedMutex());
+    auto& instance = sharedInstanceSlot();
+    if (!instance) {
+        instance = initWithProudctToSendOut(product, version, options);
+    }
+    return instance;
+}
+
+std::shared_ptr<HVCentralUSBManager> HVCentralUSBManager::shared() {
+    std::lock_guard lock(sharedMutex());
+    return sharedInstanceSlot();
+}
+
+void HVCentralUSBManager::resetShared() {
+    std::shared_ptr<HVCentralUSBManager> previous;
+    {
+        std::lock_guard lock(sharedMutex());
+        previous = std::exchange(sharedInstanceSlot(), nullptr);
+    }
+    if (previous) {
+        previous->connectionManager_->stop();
+    }
+}
+
+std::shared_ptr<HVCentralUSBManager> HVCentralUSBManager::initWithProudctToSendOut(const std::string& product,
+                                                                                 const std::string& version,
+                                                                                 Options options) {
+    auto manager = std::make_shared<HVCentralUSBManager>(Key{}, product, version);
+    manager->connectionManager_ = RNUSBServerConnectionManager::initWithProductIdentifier(product, version, options);
+    manager->connectionManager_->delegate = manager;
+    return manager;
+}
+
+HVCentralUSBManager::HVCentralUSBManager(Key, std::string product, std::string version)
+    : versionToSendOut(std::move(version)), productToSendOut(std::move(product)) {}
+
+HVCentralUSBManager::~HVCentralUSBManager() {
+    if (connectionManager_) {
+        connectionManager_->stop();
+    }
+}
+
+std::string HVCentralUSBManager::localName() {
+    std::array<char, 256> name{};
+    if (::gethostname(name.data(), name.size() - 1) != 0 || name[0] == '\0') {
+        return "localhost";
+    }
+    return std::string(name.data());
+}
+
+void HVCentralUSBManager::RNUSBConnectionManagerDidConnectToDeviceID(RNUSBConnectionManager& /*manager*/,
+                                                                    std::optional<std::int64_t> deviceID,
+                                                                    const Dictionary& info,
+                                                                    const std::shared_ptr<TNChannel>& channel) {
+    auto central = RNCentral::create();
+    central->name = localName();
+    central->version = versionToSendOut;
+    central->apiVersion = HVCentralAPIVersion;
+    central->minApiVersionRequired = HVCentralAPIVersion;
+    const std::string json = central->dictionary().dump();
+    auto payload = std::make_shared<const Bytes>(json.begin(), json.end());
+    channel->sendFrameOfType(TNFrameTypeCentralInfo, 0, payload, [](const TNOptionalError& error) {
+        if (error) {
+            logf("Failed to send CentralInfo: {}", error->description());
+        }
+    });
+    if (auto registry = delegate.lock()) {
+        registry->HVCentralUSBManagerDidConnectToDeviceID(this, deviceID, info);
+    }
+    state = 1;
+}
+
+void HVCentralUSBManager::RNUSBConnectionManagerDidDisconnectFromDeviceID(RNUSBConnectionManager& /*manager*/,
+                                                                         std::optional<std::int64_t> deviceID,
+                                                                         const Dictionary* /*info*/,
+                                                                         const std::shared_ptr<TNChannel>& /*channel*/) {
+    state = 0;
+    if (auto registry = delegate.lock()) {
+        registry->HVCentralUSBManagerDidDisconnectFromDeviceID(this, deviceID, Dictionary());
+    }
+}
+
+void HVCentralUSBManager::RNUSBConnectionManagerDidReceiveRNCentral(RNUSBConnectionManager&, const Dictionary&,
+                                                                   std::optional<std::int64_t>,
+                                                                   const std::shared_ptr<TNChannel>&) {
+    log("ERROR - didn't implement this didReceiveRNCentral, was this called?");
+}
+
+void HVCentralUSBManager::RNUSBConnectionManagerDidSendClientDataWithDeviceID(RNUSBConnectionManager&,
+                                                                             std::optional<std::int64_t>,
+                                                                             const std::shared_ptr<TNChannel>&) {
+    log("ERROR - didn't implement this didSendClientDataWithDeviceID, was this called?");
+}
+
+void HVCentralUSBManager::RNUSBConnectionManagerDidReceiveZippedFile(RNUSBConnectionManager&, ByteView,
+                                                                    const std::string&, std::optional<std::int64_t>,
+                                                                    const std::shared_ptr<TNChannel>&) {
+    log("ERROR - didn't implement this didReceiveZippedFile, was this called?");
+}
+
+std::shared_ptr<RNUSBClient> HVCentralUSBManager::clientForDeviceID(std::optional<std::int64_t> deviceID) const {
+    auto registry = delegate.lock();
+    return registry ? registry->usbClientWithDeviceID(deviceID) : nullptr;
+}
+
+void HVCentralUSBManager::RNUSBConnectionManagerDidReceiveSyncData(RNUSBConnectionManager&, ByteView data,
+                                                                  std::optional<std::int64_t> deviceID) {
+    didReceiveSyncData(data, clientForDeviceID(deviceID));
+}
+
+void HVCentralUSBManager::RNUSBConnectionManagerDidReceiveClientData(RNUSBConnectionManager&, ByteView,
+                                                                    std::optional<std::int64_t>) {}
+
+void HVCentralUSBManager::RNUSBConnectionManagerDidReceivePureMIDIData(RNUSBConnectionManager&, ByteView data,
+                                                                      std::optional<std::int64_t> deviceID) {
+    didReceivePureMIDIData(data, clientForDeviceID(deviceID));
+}
+
+void HVCentralUSBManager::RNUSBConnectionManagerDidReceiveChangeData(RNUSBConnectionManager&, ByteView data,
+                                                                    std::optional<std::int64_t> deviceID) {
+    didReceiveChangeData(data, clientForDeviceID(deviceID));
+}
+
+void HVCentralUSBManager::RNUSBConnectionManagerDidReceiveRangeData(RNUSBConnectionManager&, ByteView data,
+                                                                   std::optional<std::int64_t> deviceID) {
+    didReceiveRangeData(data, clientForDeviceID(deviceID));
+}
+
+void HVCentralUSBManager::RNUSBConnectionManagerDidReceiveFileRepData(RNUSBConnectionManager&, ByteView data,
+                                                                     std::optional<std::int64_t> deviceID) {
+    didReceiveFileRepData(data, clientForDeviceID(deviceID));
+}
+
+void HVCentralUSBManager::sendToDevice(std::uint32_t type, std::shared_ptr<const Bytes> payload,
+                                       std::optional<std::int64_t> deviceID) {
+    auto channel = connectionManager_->channelWithDeviceID(deviceID);
+    if (!channel) {
+        return;
+    }
+    channel->sendFrameOfType(type, 0, std::move(payload), [](const TNOptionalError& error) {
+        if (error) {
+            logf("Failed to send TNFrameTypeConfigurationDataFromCentral: {}", error->description());
+        }
+    });
+}
+
+void HVCentralUSBManager::sendFile(const HVFileRepresentation& file, std::optional<std::int64_t> deviceID) {
+    std::string json;
+    try {
+        json = file.dictionary().dump();
+    } catch (const nlohmann::json::exception& error) {
+        logf("Error creating JSON object {}", error.what());
+        return;
+    }
+    sendToDevice(TNFrameTypeConfigurationDataFromCentral, std::make_shared<const Bytes>(json.begin(), json.end()),
+                 deviceID);
+}
+
+void HVCentralUSBManager::sendTempo(double tempo, std::optional<std::int64_t> deviceID) {
+    sendToDevice(TNFrameTypeTempo, bytesOfDouble(tempo), deviceID);
+}
+
+void HVCentralUSBManager::sendPosition(double position, std::optional<std::int64_t> deviceID) {
+    sendToDevice(TNFrameTypePosition, bytesOfDouble(position), deviceID);
+}
+
+}  // namespace havrel

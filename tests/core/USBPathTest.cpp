@@ -1,0 +1,185 @@
+// The whole way in: client devices reach the core through a usbmux stand-in and on the local
+// path, are accepted or refused by the registry, sync their configurations and drive MIDI out
+// of the virtual output, heard by another application on the loopback MIDI server.
+
+#include "MIDIIO/LoopbackFixture.hpp"
+#include "support/UsbmuxStandIn.hpp"
+#include "transport/usb/FakeClientDevice.hpp"
+
+#include "central/HVEncodedRangeCommand.hpp"
+#include "central/HVTransmissionManager.hpp"
+#include "central/RNClient.hpp"
+#include "core/HVCentralConnectionManager.hpp"
+#include "core/HavrelCoreBaseMac.hpp"
+#include "midi_service/HVMIDIManager.hpp"
+#include "model/HVDataHelpers.hpp"
+#include "model/HVEncodedConfiguration.hpp"
+#include "model/HVMidiAxisDataWrapper.hpp"
+#include "model/HVMidiRangeContainer.hpp"
+#include "platform/DefaultsStore.hpp"
+#include "platform/HostPrompts.hpp"
+#include "platform/PropertyList.hpp"
+#include "transport/usb/HVCentralUSBManager.hpp"
+#include "transport/usb/TNUSBHub.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+namespace havrel {
+namespace {
+
+using havrel::testing::FakeClientDevice;
+using MIDICore::MIDIEvent;
+
+Bytes deviceInfo(const std::string& name, const std::string& uniqueIdentifier, const std::string& apiVersion) {
+    Dictionary client = {{"type", "RNUSBClient"},        {"connectionName", name},
+                         {"productID", "havrel-test"},   {"uniqueIdentifier", uniqueIdentifier},
+                         {"apiVersion", apiVersion},     {"version", "1.0"}};
+    return *propertyListData(Dictionary{{"usbClient", client}}, PropertyListFormat::binary).data;
+}
+
+// A document with one fader: wrapper 1, axis 0, the controller on the channel (stored from 1).
+Bytes faderDocument(std::uint8_t controller, std::uint8_t channel) {
+    auto axis = HVMidiAxisData::create();
+    axis->addRangeContainer(HVMidiRangeContainer::containerWithDefaultValuesAndChannel(channel, controller, false));
+    auto wrapper = HVMidiAxisDataWrapper::midiAxisWrapperWithAxisArray({axis});
+    wrapper->numericID = 1;
+    auto configuration = HVEncodedConfiguration::create();
+    configuration->dataWrappers = {wrapper};
+    const std::string json = configuration->dictionary().dump();
+    return *gzipDeflate(Bytes(json.begin(), json.end()));
+}
+
+Bytes range(double position) {
+    return *HVEncodedRangeCommand::rangeCommandWithRangeValues(
+                {HVEncodedRangeValue::rangeValueWithDataWraperID(1, 0, position)})
+                .data();
+}
+
+class USBPathTest : public MIDIIO::testing::LoopbackTest {
+protected:
+    void SetUp() override {
+        folder_ = std::filesystem::temp_directory_path() / ("havrel-usb-path-" + std::to_string(::getpid()));
+        std::filesystem::create_directories(folder_);
+        DefaultsStore::setStandard(std::make_shared<DefaultsStore>(folder_ / "defaults.json"));
+        HostPrompts::setShared(prompts_);
+        standIn_ = std::make_unique<UsbmuxStandIn>(folder_ / "usbmuxd");
+        ::setenv("USBMUXD_SOCKET_ADDRESS", standIn_->socketAddress().c_str(), 1);
+        TNUSBHub::setSharedHubForTesting(nullptr);
+        localDevice_ = FakeClientDevice::listening();
+    }
+    void TearDown() override {
+        HVCentralUSBManager::resetShared();
+        for (auto* device : {&localDevice_, &usbDevice_, &refusedDevice_}) {
+            if (*device) {
+                (*device)->stop();
+            }
+        }
+        pump([] { return false; }, std::chrono::milliseconds(20));
+        if (auto manager = HVMIDIManager::shared()) {
+            manager->stopTimers();
+        }
+        HVMIDIManager::setShared(nullptr);
+        HVTransmissionManager::setShared(nullptr);
+        TNUSBHub::setSharedHubForTesting(nullptr);
+        standIn_.reset();
+        ::unsetenv("USBMUXD_SOCKET_ADDRESS");
+        HostPrompts::setShared(nullptr);
+        DefaultsStore::setStandard(nullptr);
+        std::filesystem::remove_all(folder_);
+    }
+
+    // Virtual time passes one millisecond a step; the server's threads deliver in between.
+    bool pump(const std::function<bool()>& condition, std::chrono::milliseconds deadline = std::chrono::seconds(5)) {
+        const auto end = std::chrono::steady_clock::now() + deadline;
+        while (!condition()) {
+            if (std::chrono::steady_clock::now() > end) {
+                return false;
+            }
+            clock.advance(std::chrono::milliseconds(1));
+            server->flush();
+        }
+        return true;
+    }
+
+    std::filesystem::path folder_;
+    std::shared_ptr<ScriptedHostPrompts> prompts_ = std::make_shared<ScriptedHostPrompts>();
+    std::unique_ptr<UsbmuxStandIn> standIn_;
+    std::shared_ptr<FakeClientDevice> localDevice_;
+    std::shared_ptr<FakeClientDevice> usbDevice_;
+    std::shared_ptr<FakeClientDevice> refusedDevice_;
+};
+
+TEST_F(USBPathTest, TwoClientsDriveMIDIAndANewerAPIIsRefusedButAnswered) {
+    HVCentralUSBManager::Options options;
+    options.localPort = localDevice_->port();
+    HVCentralUSBManager::instantiateWithProductToSendOut("Havrel Test", "1.0", options);
+    HavrelCoreBaseMac::instantiateWithProductToSendOut("Havrel Test", "1.0", "2.1");
+    ASSERT_TRUE(HavrelCoreBaseMac::isInitiated());
+    auto registry = HVCentralConnectionManager::sharedInstance();
+
+    MIDIIO::testing::EventLog log;
+    auto listener = startedManager("Listener");
+    listener->addInputConnection(
+        MIDIIO::MIDIInputConnectionMode::outputs({MIDIIO::MIDIEndpointIdentity::name("Havrel Test Output")}), "in", {},
+        log.receiver());
+
+    // One client through the usbmux stand-in, one on the local path.
+    usbDevice_ = FakeClientDevice::listening();
+    ASSERT_TRUE(pump([&] { return standIn_->listenerCount() == 1; }));
+    standIn_->attachDevice(5, usbDevice_->port());
+    ASSERT_TRUE(pump([&] { return usbDevice_->connected() && localDevice_->connected(); }));
+
+    usbDevice_->send(100, deviceInfo("USB Pad", "usb-1", "2.1"));
+    localDevice_->send(100, deviceInfo("Local Pad", "local-1", "2.1"));
+    ASSERT_TRUE(pump([&] { return registry->usbClients().size() == 2; }));
+    ASSERT_TRUE(pump([&] {
+        return !usbDevice_->framesOfType(110).empty() && !localDevice_->framesOfType(110).empty();
+    }));
+    ASSERT_NE(registry->usbClientWithDeviceID(5), nullptr);
+    EXPECT_EQ(registry->usbClientWithDeviceID(5)->connectionName, "USB Pad");
+    ASSERT_NE(registry->usbClientWithDeviceID(std::nullopt), nullptr);
+    EXPECT_EQ(registry->usbClientWithDeviceID(std::nullopt)->connectionName, "Local Pad");
+
+    // Different configurations: CC 7 on channel 1 for one, CC 10 on channel 2 for the other.
+    usbDevice_->send(104, faderDocument(7, 1));
+    localDevice_->send(104, faderDocument(10, 2));
+    ASSERT_TRUE(pump([&] {
+        return registry->usbClientWithDeviceID(5)->configuration && registry->usbClientWithDeviceID(std::nullopt)->configuration;
+    }));
+    usbDevice_->send(108, range(1.0));
+    ASSERT_TRUE(pump([&] { return log.count() == 1; }));
+    localDevice_->send(108, range(1.0));
+    ASSERT_TRUE(pump([&] { return log.count() == 2; }));
+    auto events = log.snapshot();
+    const auto* first = events[0].get<MIDIEvent::CC>();
+    const auto* second = events[1].get<MIDIEvent::CC>();
+    ASSERT_NE(first, nullptr);
+    ASSERT_NE(second, nullptr);
+    EXPECT_EQ(first->controller.number(), MIDICore::UInt7(7));
+    EXPECT_EQ(first->channel, MIDICore::UInt4(0));
+    EXPECT_EQ(first->value().midi1Value(), MIDICore::UInt7(127));
+    EXPECT_EQ(second->controller.number(), MIDICore::UInt7(10));
+    EXPECT_EQ(second->channel, MIDICore::UInt4(1));
+
+    // A client speaking a newer API is refused with the alert, and gets the Central's identity
+    // all the same.
+    refusedDevice_ = FakeClientDevice::listening();
+    standIn_->attachDevice(6, refusedDevice_->port());
+    ASSERT_TRUE(pump([&] { return refusedDevice_->connected(); }));
+    refusedDevice_->send(100, deviceInfo("New Pad", "new-1", "2.2"));
+    ASSERT_TRUE(pump([&] { return !refusedDevice_->framesOfType(110).empty() && !prompts_->alerts().empty(); }));
+    EXPECT_EQ(prompts_->alerts().front().buttonTitle, "OK");
+    EXPECT_EQ(registry->usbClients().size(), 2u);
+    EXPECT_EQ(registry->usbClientWithDeviceID(6), nullptr);
+
+    // Detaching the USB device removes its record; the local client stays.
+    standIn_->detachDevice(5);
+    ASSERT_TRUE(pump([&] { return registry->usbClients().size() == 1; }));
+    EXPECT_EQ(registry->usbClients().front()->connectionName, "Local Pad");
+}
+
+}  // namespace
+}  // namespace havrel

@@ -1,0 +1,307 @@
+// The USB connection manager against client devices on the local path and through a usbmux
+// stand-in: frame acceptance and delivery, the first frame's info, the Central's answer, the
+// disconnect report, attach handling, and that many connections leave nothing behind.
+
+#include "FakeClientDevice.hpp"
+#include "support/UsbmuxStandIn.hpp"
+
+#include "central/RNClient.hpp"
+#include "platform/Log.hpp"
+#include "platform/NotificationCenter.hpp"
+#include "platform/PropertyList.hpp"
+#include "transport/usb/HVCentralUSBManager.hpp"
+#include "transport/usb/TNUSBHub.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace havrel {
+namespace {
+
+using havrel::testing::FakeClientDevice;
+using havrel::testing::pumpUntil;
+
+// Records what the connection manager reports.
+class RecordingDelegate final : public RNUSBServerConnectionManagerDelegate {
+public:
+    struct Connect {
+        std::optional<std::int64_t> deviceID;
+        Dictionary info;
+    };
+    std::vector<Connect> connects;
+    std::vector<std::optional<std::int64_t>> disconnects;
+    std::vector<std::pair<std::string, Bytes>> received;
+
+    void RNUSBConnectionManagerDidConnectToDeviceID(RNUSBConnectionManager&, std::optional<std::int64_t> deviceID,
+                                                   const Dictionary& info, const std::shared_ptr<TNChannel>&) override {
+        connects.push_back({deviceID, info});
+    }
+    void RNUSBConnectionManagerDidDisconnectFromDeviceID(RNUSBConnectionManager&, std::optional<std::int64_t> deviceID,
+                                                        const Dictionary*, const std::shared_ptr<TNChannel>&) override {
+        disconnects.push_back(deviceID);
+    }
+    void RNUSBConnectionManagerDidReceiveRNCentral(RNUSBConnectionManager&, const Dictionary&, std::optional<std::int64_t>,
+                                                  const std::shared_ptr<TNChannel>&) override {}
+    void RNUSBConnectionManagerDidSendClientDataWithDeviceID(RNUSBConnectionManager&, std::optional<std::int64_t>,
+                                                            const std::shared_ptr<TNChannel>&) override {}
+    void RNUSBConnectionManagerDidReceiveZippedFile(RNUSBConnectionManager&, ByteView, const std::string&,
+                                                   std::optional<std::int64_t>, const std::shared_ptr<TNChannel>&) override {}
+    void record(const char* kind, ByteView data) { received.emplace_back(kind, Bytes(data.begin(), data.end())); }
+    void RNUSBConnectionManagerDidReceiveSyncData(RNUSBConnectionManager&, ByteView data, std::optional<std::int64_t>) override {
+        record("sync", data);
+    }
+    void RNUSBConnectionManagerDidReceiveClientData(RNUSBConnectionManager&, ByteView data, std::optional<std::int64_t>) override {
+        record("client", data);
+    }
+    void RNUSBConnectionManagerDidReceivePureMIDIData(RNUSBConnectionManager&, ByteView data, std::optional<std::int64_t>) override {
+        record("midi", data);
+    }
+    void RNUSBConnectionManagerDidReceiveChangeData(RNUSBConnectionManager&, ByteView data, std::optional<std::int64_t>) override {
+        record("change", data);
+    }
+    void RNUSBConnectionManagerDidReceiveRangeData(RNUSBConnectionManager&, ByteView data, std::optional<std::int64_t>) override {
+        record("range", data);
+    }
+    void RNUSBConnectionManagerDidReceiveFileRepData(RNUSBConnectionManager&, ByteView data, std::optional<std::int64_t>) override {
+        record("file", data);
+    }
+};
+
+Bytes deviceInfoPayload(const std::string& name) {
+    Dictionary client = {{"type", "RNUSBClient"}, {"connectionName", name}, {"apiVersion", "2.1"}};
+    return *propertyListData(Dictionary{{"usbClient", client}}, PropertyListFormat::binary).data;
+}
+
+std::size_t openDescriptorCount() {
+    std::size_t count = 0;
+    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        ++count;
+    }
+    return count;
+}
+
+class USBConnectionManagerTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        device_ = FakeClientDevice::listening();
+        ASSERT_NE(device_->port(), 0);
+    }
+    void TearDown() override {
+        if (manager_) {
+            manager_->stop();
+            manager_.reset();
+        }
+        device_->stop();
+        MainQueue::shared().runFor(std::chrono::milliseconds(5));
+    }
+
+    // Virtual time: the 1 s ping and the 2 s local probe pass in a moment, sockets stay real.
+    ManualClockScope clock_;
+
+    void startLocalOnly() {
+        RNUSBServerConnectionManager::Options options;
+        options.localPort = device_->port();
+        options.useUSBHub = false;
+        manager_ = RNUSBServerConnectionManager::initWithProductIdentifier("Havrel", "1.0", options);
+        manager_->delegate = delegate_;
+        ASSERT_TRUE(pumpUntil([&] { return device_->connected() && !manager_->connectedChannels.empty(); }));
+    }
+
+    std::shared_ptr<FakeClientDevice> device_;
+    std::shared_ptr<RecordingDelegate> delegate_ = std::make_shared<RecordingDelegate>();
+    std::shared_ptr<RNUSBServerConnectionManager> manager_;
+};
+
+TEST_F(USBConnectionManagerTest, LocalPathDeliversKnownFramesDropsEmptyOnesAndClosesOnUnknownTypes) {
+    ScopedLogCapture capture;
+    startLocalOnly();
+    EXPECT_FALSE(manager_->connectedChannels.front()->deviceID.has_value());
+    EXPECT_TRUE(capture.contains("Connected to 127.0.0.1:"));
+
+    device_->send(100, deviceInfoPayload("Pad"));
+    device_->send(104, std::string());          // empty: dropped
+    device_->send(104, std::string("{}"));
+    device_->send(107, std::string("{\"a\":1}"));
+    device_->send(108, Bytes{1, 2, 3});
+    device_->send(106, Bytes{0x90, 60, 100});
+    device_->send(111, std::string("{}"));
+    device_->send(103, std::string("ignored"));  // known, ignored
+    ASSERT_TRUE(pumpUntil([&] { return delegate_->received.size() == 5 && delegate_->connects.size() == 1; }));
+
+    std::vector<std::string> kinds;
+    for (const auto& [kind, data] : delegate_->received) {
+        kinds.push_back(kind);
+    }
+    EXPECT_EQ(kinds, (std::vector<std::string>{"sync", "change", "range", "midi", "file"}));
+    EXPECT_EQ(delegate_->received[2].second, (Bytes{1, 2, 3}));
+
+    // The info of the first frame is the XML text of its dictionary, which parses back.
+    const auto& info = delegate_->connects.front().info;
+    ASSERT_TRUE(info.contains("info"));
+    const std::string text = info["info"].get<std::string>();
+    EXPECT_NE(text.find("<?xml"), std::string::npos);
+    auto parsed = propertyListFromData(ByteView(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()));
+    ASSERT_TRUE(parsed);
+    EXPECT_EQ((*parsed)["usbClient"]["connectionName"], "Pad");
+    EXPECT_FALSE(delegate_->connects.front().deviceID.has_value());
+
+    // A frame of an unknown type closes the channel: one log line, one disconnect report.
+    device_->send(114, std::string("x"));
+    ASSERT_TRUE(pumpUntil([&] { return delegate_->disconnects.size() == 1; }));
+    EXPECT_EQ(capture.count("Unexpected frame of type 114 — closing channel"), 1u);
+    EXPECT_TRUE(manager_->connectedChannels.empty());
+    EXPECT_TRUE(capture.contains("Disconnected from device"));
+
+    // The client can connect again: the local probe finds it within its 2 s period.
+    device_->closePeer();
+    ASSERT_TRUE(pumpUntil([&] { return manager_->connectedChannels.size() == 1 && device_->accepted == 2; }));
+}
+
+TEST_F(USBConnectionManagerTest, GarbageDeviceInfoRefusesTheClientWithoutEndingAnything) {
+    ScopedLogCapture capture;
+    startLocalOnly();
+    device_->send(100, std::string("this is not a property list"));
+    ASSERT_TRUE(pumpUntil([&] { return delegate_->connects.size() == 1; }));
+    EXPECT_EQ(delegate_->connects.front().info["info"], "");
+    EXPECT_EQ(capture.count("is not a property list — refusing the client"), 1u);
+    // The channel stays up and frames still arrive.
+    device_->send(108, Bytes{9});
+    ASSERT_TRUE(pumpUntil([&] { return delegate_->received.size() == 1; }));
+}
+
+TEST_F(USBConnectionManagerTest, PingsEveryConnectedChannelWithFreshTags) {
+    startLocalOnly();
+    ASSERT_TRUE(pumpUntil([&] { return device_->framesOfType(102).size() >= 2; }));
+    const auto pings = device_->framesOfType(102);
+    EXPECT_TRUE(pings[0].payload.empty());
+    EXPECT_NE(pings[0].tag, 0u);
+    EXPECT_NE(pings[0].tag, pings[1].tag);
+    EXPECT_TRUE(manager_->hasPingTimer());
+}
+
+TEST_F(USBConnectionManagerTest, TwoHundredConnectionsLeaveNoChannelTimerOrDescriptorBehind) {
+    startLocalOnly();
+    device_->closePeer();
+    ASSERT_TRUE(pumpUntil([&] { return delegate_->disconnects.size() == 1; }));
+    const std::size_t descriptorsBefore = openDescriptorCount();
+    for (int round = 0; round < 200; ++round) {
+        // The local probe finds the client again within its period.
+        ASSERT_TRUE(pumpUntil([&] { return device_->connected(); })) << "round " << round;
+        device_->send(100, deviceInfoPayload("Pad"));
+        ASSERT_TRUE(pumpUntil([&] { return delegate_->connects.size() == static_cast<std::size_t>(round + 1); }));
+        device_->closePeer();
+        ASSERT_TRUE(pumpUntil([&] { return delegate_->disconnects.size() == static_cast<std::size_t>(round + 2); }))
+            << "round " << round;
+    }
+    EXPECT_TRUE(manager_->connectedChannels.empty());
+    EXPECT_FALSE(manager_->hasScannerTimer());
+    MainQueue::shared().runFor(std::chrono::milliseconds(20));
+    EXPECT_LE(openDescriptorCount(), descriptorsBefore);
+}
+
+class USBHubPathTest : public USBConnectionManagerTest {
+protected:
+    void SetUp() override {
+        USBConnectionManagerTest::SetUp();
+        socketDir_ = std::filesystem::temp_directory_path() / ("havrel-usbmux-" + std::to_string(::getpid()));
+        std::filesystem::create_directories(socketDir_);
+        standIn_ = std::make_unique<UsbmuxStandIn>(socketDir_ / "usbmuxd");
+        ::setenv("USBMUXD_SOCKET_ADDRESS", standIn_->socketAddress().c_str(), 1);
+        TNUSBHub::setSharedHubForTesting(nullptr);
+    }
+    void TearDown() override {
+        USBConnectionManagerTest::TearDown();
+        TNUSBHub::setSharedHubForTesting(nullptr);
+        standIn_.reset();
+        ::unsetenv("USBMUXD_SOCKET_ADDRESS");
+        std::filesystem::remove_all(socketDir_);
+    }
+    void startWithHub() {
+        RNUSBServerConnectionManager::Options options;
+        options.localPort = 1;  // nothing listens there
+        manager_ = RNUSBServerConnectionManager::initWithProductIdentifier("Havrel", "1.0", options);
+        manager_->delegate = delegate_;
+        ASSERT_TRUE(pumpUntil([&] { return standIn_->listenerCount() == 1; }));
+    }
+
+    std::filesystem::path socketDir_;
+    std::unique_ptr<UsbmuxStandIn> standIn_;
+};
+
+TEST_F(USBHubPathTest, AttachConnectsThroughTheTunnelAndDetachEndsTheChannel) {
+    ScopedLogCapture capture;
+    startWithHub();
+    standIn_->attachDevice(7, device_->port());
+    ASSERT_TRUE(pumpUntil([&] { return device_->connected() && manager_->channelWithDeviceID(7) != nullptr; }));
+    EXPECT_EQ(manager_->channelWithDeviceID(7)->hvUserInfo, "7");
+    EXPECT_FALSE(manager_->hasScannerTimer());
+
+    device_->send(100, deviceInfoPayload("Pad"));
+    device_->send(108, Bytes{4, 5});
+    ASSERT_TRUE(pumpUntil([&] { return delegate_->connects.size() == 1 && delegate_->received.size() == 1; }));
+    EXPECT_EQ(delegate_->connects.front().deviceID, 7);
+
+    standIn_->detachDevice(7);
+    ASSERT_TRUE(pumpUntil([&] { return delegate_->disconnects.size() == 1; }));
+    EXPECT_EQ(delegate_->disconnects.front(), 7);
+    EXPECT_TRUE(manager_->attachedDeviceIDs.empty());
+    EXPECT_EQ(manager_->channelWithDeviceID(7), nullptr);
+}
+
+TEST_F(USBHubPathTest, AttachRulesAndTheScannerForADeviceWithNoAppListening) {
+    ScopedLogCapture capture;
+    startWithHub();
+    standIn_->attachDevice(3, device_->port(), "Network");
+    standIn_->attachDevice(9, 1);  // its app is not listening: the tunnel is refused
+    standIn_->attachDevice(9, 1);
+    ASSERT_TRUE(pumpUntil([&] { return manager_->hasScannerTimer(); }));
+    EXPECT_EQ(capture.count("ignoring Network device #3 (not USB)"), 1u);
+    EXPECT_EQ(manager_->attachedDeviceIDs, (std::vector<std::int64_t>{9}));
+    EXPECT_TRUE(pumpUntil([&] { return capture.contains("connection refused by device #9 — no Havrel app listening on port 4699"); }));
+
+    standIn_->detachDevice(9);
+    ASSERT_TRUE(pumpUntil([&] { return manager_->attachedDeviceIDs.empty(); }));
+}
+
+TEST(HVCentralUSBManagerTest, AnswersTheFirstFrameWithTheCentralsIdentityAndSendsTempoAsEightBytes) {
+    ManualClockScope clock;
+    auto device = FakeClientDevice::listening();
+    HVCentralUSBManager::Options options;
+    options.localPort = device->port();
+    options.useUSBHub = false;
+    auto usb = HVCentralUSBManager::initWithProudctToSendOut("Havrel", "3.4.5", options);
+    ASSERT_TRUE(pumpUntil([&] { return device->connected(); }));
+    device->send(100, deviceInfoPayload("Pad"));
+    ASSERT_TRUE(pumpUntil([&] { return !device->framesOfType(110).empty(); }));
+    const auto answer = device->framesOfType(110).front();
+    EXPECT_EQ(answer.tag, 0u);
+    const auto central = Dictionary::parse(answer.payload);
+    EXPECT_EQ(central["version"], "3.4.5");
+    EXPECT_EQ(central["apiVersion"], "2.1");
+    EXPECT_EQ(central["minApi"], "2.1");
+    EXPECT_EQ(central["name"], HVCentralUSBManager::localName());
+    EXPECT_EQ(usb->state, 1u);
+
+    // A device with no channel makes the sends no-ops; the local path has no device number.
+    usb->sendTempo(120.0, 42);
+    usb->connectionManager()->connectedChannels.front()->deviceID = 5;
+    usb->sendTempo(120.5, 5);
+    ASSERT_TRUE(pumpUntil([&] { return !device->framesOfType(112).empty(); }));
+    const auto tempo = device->framesOfType(112).front();
+    ASSERT_EQ(tempo.payload.size(), 8u);
+    double value = 0;
+    std::memcpy(&value, tempo.payload.data(), 8);
+    EXPECT_EQ(value, 120.5);
+
+    usb->connectionManager()->stop();
+    device->stop();
+    usb.reset();
+    MainQueue::shared().runFor(std::chrono::milliseconds(5));
+}
+
+}  // namespace
+}  // namespace havrel
