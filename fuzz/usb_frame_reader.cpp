@@ -6,6 +6,7 @@
 // count of split bytes (mod 16), the split bytes, then the stream.
 #include "FuzzCheck.hpp"
 #include "split_points.hpp"
+#include "../tests/transport/usb/FrameTestSupport.hpp"
 
 #include "platform/Log.hpp"
 #include "platform/MainQueue.hpp"
@@ -58,28 +59,6 @@ private:
     std::uint32_t declaredSize_ = 0;
 };
 
-// Hands the channel one end of a socket pair and keeps the other.
-class PairHub : public TNUSBDeviceConnector {
-public:
-    ~PairHub() override {
-        if (peer >= 0) {
-            ::close(peer);
-        }
-    }
-    void connectToDevice(std::int64_t, std::int32_t, StartCallback onStart) override {
-        int fds[2];
-        if (::socketpair(AF_UNIX, SOCK_STREAM, 0, fds) != 0) {
-            onStart(TNError::posix(errno), -1);
-            return;
-        }
-        peer = fds[1];
-        channelSide = fds[0];
-        onStart(std::nullopt, fds[0]);
-    }
-    int peer = -1;
-    int channelSide = -1;
-};
-
 // Runs the main queue until the channel has taken every byte written so far (or its socket is
 // closed) and nothing more is ready.
 void drain(int channelSide) {
@@ -108,7 +87,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     auto delegate = std::make_shared<Delegate>(refuseSome);
     auto channel = TNChannel::initWithProtocol(TNProtocol::create(), delegate);
-    PairHub hub;
+    testing::SocketPairHub hub;
     channel->connectToPort(4699, hub, 1, nullptr);
     FUZZ_CHECK(channel->isConnected());
 
@@ -120,10 +99,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             static_cast<ssize_t>(piece.size())) {
             break;  // the channel is gone or not reading
         }
-        drain(hub.channelSide);
+        drain(hub.handedOver);
     }
-    ::close(hub.peer);
-    hub.peer = -1;
+    hub.closePeer();
 
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
     while (delegate->ends == 0 && std::chrono::steady_clock::now() < deadline) {
