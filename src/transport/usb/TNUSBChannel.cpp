@@ -352,6 +352,14 @@ void TNUSBChannel::stop() {
     endStream(std::nullopt, TNError::posix(ECANCELED));
 }
 
+void TNUSBChannel::invalidate() {
+    onEnd_ = nullptr;
+    if (responseQueue_) {
+        responseQueue_->clear();
+    }
+    endStream(std::nullopt, TNError::posix(ECANCELED));
+}
+
 void TNUSBChannel::endStream(TNOptionalError error, TNError pendingError) {
     if (ended_ || !socket_) {
         return;

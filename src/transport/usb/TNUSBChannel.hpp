@@ -81,6 +81,9 @@ public:
     void cancel();
     // Closes now.
     void stop();
+    // Closes now without a word to anyone: no end report, no error to waiting requests. For an
+    // owner that goes away with its callbacks.
+    void invalidate();
 
     bool autoReadPackets() const { return autoReadPackets_; }
     void setAutoReadPackets(bool autoRead) { autoReadPackets_ = autoRead; }

@@ -59,7 +59,7 @@ std::shared_ptr<TNUSBHub> TNUSBHub::create() {
 
 TNUSBHub::~TNUSBHub() {
     if (channel_) {
-        channel_->stop();
+        channel_->invalidate();
     }
 }
 

@@ -60,7 +60,8 @@ std::optional<TNUSBPacketReader::Result> TNUSBPacketReader::didRead(std::size_t 
 TNUSBPacketReader::Result TNUSBPacketReader::didReachEnd() {
     Result result;
     result.endsStream = true;
-    if (sizeRead_ > 0) {
+    // Fewer than the four bytes of a size is how a close between packets looks.
+    if (sizeRead_ == sizeBytes_.size()) {
         // The tag is known only once its field has arrived.
         const std::uint32_t tag = restRead_ >= 12 ? readLittleEndian32(rest_.data() + 8) : 0;
         result = failure(2, "Connection closed mid-packet", tag, true);

@@ -38,8 +38,8 @@ public:
     // Counts bytes written to the start of nextBuffer(). A result once a packet is complete or
     // refused; the reader is then ready for the next packet.
     std::optional<Result> didRead(std::size_t count);
-    // The stream ended. Before any byte of a packet this is a quiet end (no error, no
-    // dictionary); within a packet it is the error "Connection closed mid-packet".
+    // The stream ended. Before the whole size field of a packet this is a quiet end (no error,
+    // no dictionary); after it, the error "Connection closed mid-packet".
     Result didReachEnd();
 
 private:
