@@ -1,12 +1,17 @@
 #include "central/HVCentralConnectionTypeManager.hpp"
 
 #include "central/HVCentralTransmissionManager.hpp"
+#include "central/HVFileRepresentation.hpp"
 #include "central/RNClient.hpp"
+#include "model/HVDataHelpers.hpp"
+#include "model/HVDictionaryReading.hpp"
 #include "model/HVEncodedConfiguration.hpp"
+#include "platform/HostPrompts.hpp"
 #include "platform/Log.hpp"
 #include "sequencing/HVSequence.hpp"
 
 #include <algorithm>
+#include <fstream>
 
 namespace havrel {
 
@@ -20,6 +25,33 @@ std::string describe(const std::shared_ptr<HVEncodedConfiguration>& configuratio
         return "(null)";
     }
     return fmt::format("<HVEncodedConfiguration: {} wrappers>", configuration->dataWrappers.size());
+}
+
+// Parses a payload that must hold an object or an array at the top. Gives a discarded value
+// and the reason otherwise.
+Dictionary parseDocument(ByteView data, std::string_view reader, std::string& error) {
+    Dictionary parsed = parseJSONFromOutside(data, reader, &error);
+    if (!parsed.is_discarded() && !parsed.is_object() && !parsed.is_array()) {
+        error = "JSON text did not start with array or object";
+        return Dictionary(Dictionary::value_t::discarded);
+    }
+    return parsed;
+}
+
+void showFileError(const std::string& informativeText) {
+    HostPrompts::shared()->showAlert("Error recieving file.", informativeText, "OK");
+}
+
+// The error alert keeps its "%@": the reason is not put into the text.
+void showFileReceiptError() {
+    showFileError("Central encountered the following error %@");
+}
+
+bool writeFile(const std::filesystem::path& path, ByteView data) {
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    file.write(reinterpret_cast<const char*>(data.data()), static_cast<std::streamsize>(data.size()));
+    file.close();
+    return static_cast<bool>(file);
 }
 
 }  // namespace
@@ -61,6 +93,89 @@ void HVCentralConnectionTypeManager::didReceiveRangeData(ByteView data, const st
         }
     }
     HVCentralTransmissionManager::sharedInstance()->didReceiveCommandForClient(client);
+}
+
+void HVCentralConnectionTypeManager::didReceiveSyncData(ByteView data, const std::shared_ptr<RNClient>& client) {
+    logf("[HVCentralDiag] didReceiveSyncData self={} client={}", static_cast<const void*>(this), describe(client));
+    std::optional<Bytes> inflated;
+    if (isGzipData(data)) {
+        inflated = gzipInflate(data);
+        if (!inflated) {
+            log("[HVCentralDiag] sync payload is gzip but does not inflate \u2014 keeping the previous configuration");
+            didSyncSceneData = true;
+            return;
+        }
+        data = *inflated;
+    }
+    std::string error;
+    const Dictionary parsed = parseDocument(data, "didReceiveSyncData", error);
+    if (parsed.is_discarded()) {
+        logf("[HVCentralDiag] sync parse error: {}", error);
+    } else {
+        logf("[HVCentralDiag] sync parsed, registering range/axis observers on self={}",
+             static_cast<const void*>(this));
+        auto configuration = HVEncodedConfiguration::initFromDictionary(parsed);
+        if (client) {
+            client->configuration = std::move(configuration);
+        }
+        registerValueChangeObserversIfNeeded();
+    }
+    didSyncSceneData = true;
+}
+
+void HVCentralConnectionTypeManager::didReceiveChangeData(std::optional<ByteView> data,
+                                                          const std::shared_ptr<RNClient>& client) {
+    if (!data) {
+        log("error should not receive nil data");
+        return;
+    }
+    HVCentralTransmissionManager::sharedInstance()->didReceiveCommandForClient(client);
+    std::string error;
+    const Dictionary parsed = parseDocument(*data, "didReceiveChangeData", error);
+    if (parsed.is_discarded() || !client || !client->configuration) {
+        return;
+    }
+    client->configuration->processChangeCommand(*RNDataPackagerChangeCommandDataWrapper::initFromDictionary(parsed));
+}
+
+void HVCentralConnectionTypeManager::didReceivePureMIDIData(ByteView data, const std::shared_ptr<RNClient>& client) {
+    auto transmissionManager = HVCentralTransmissionManager::sharedInstance();
+    transmissionManager->didReceiveCommandForClient(client);
+    transmissionManager->sendPureCommandWithData(data);
+}
+
+void HVCentralConnectionTypeManager::didReceiveFileRepData(ByteView data, const std::shared_ptr<RNClient>& client) {
+    (void)client;
+    std::string error;
+    const Dictionary parsed = parseJSONFromOutside(data, "didReceiveFileRepData", &error);
+    if (parsed.is_discarded()) {
+        logf("didReceiveFileRepData: file representation does not read: {}", error);
+        showFileReceiptError();
+        return;
+    }
+    auto representation = HVFileRepresentation::initFromDictionary(parsed);
+    // The name comes from the device: only its last component is offered, so the file lands in
+    // the folder the user picks.
+    const auto location = HostPrompts::shared()->runSavePanel(
+        HostPrompts::safeFileName(representation->filename.value_or(std::string())));
+    if (!location) {
+        return;
+    }
+    if (!representation->data || !isGzipData(*representation->data)) {
+        log("error not a gzip data file");
+        showFileError("Central encountered an invalid file format");
+        return;
+    }
+    const auto inflated = gzipInflate(*representation->data);
+    if (!inflated) {
+        log("didReceiveFileRepData: file data is gzip but does not inflate, nothing written");
+        showFileReceiptError();
+        return;
+    }
+    if (!writeFile(*location, *inflated)) {
+        logf("didReceiveFileRepData: could not write {}", location->string());
+        showFileReceiptError();
+    }
 }
 
 void HVCentralConnectionTypeManager::registerValueChangeObserversIfNeeded() {

@@ -9,6 +9,7 @@
 #include "platform/Types.hpp"
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace havrel {
@@ -28,6 +29,17 @@ public:
 
     // One binary range command from a client, on the main queue.
     void didReceiveRangeData(ByteView data, const std::shared_ptr<RNClient>& client);
+
+    // The whole configuration of a client, JSON, gzip-compressed or not. It replaces the
+    // client's configuration; a payload that does not read keeps the previous one.
+    void didReceiveSyncData(ByteView data, const std::shared_ptr<RNClient>& client);
+    // One change command as JSON text, applied to the client's configuration. nullopt: the
+    // transport had no data.
+    void didReceiveChangeData(std::optional<ByteView> data, const std::shared_ptr<RNClient>& client);
+    // One three-byte MIDI message, sent as it is.
+    void didReceivePureMIDIData(ByteView data, const std::shared_ptr<RNClient>& client);
+    // A file representation as JSON: the user picks where its inflated data is written.
+    void didReceiveFileRepData(ByteView data, const std::shared_ptr<RNClient>& client);
 
     void registerValueChangeObserversIfNeeded();
     // Subscribes the class handler once, however many managers register.

@@ -9,6 +9,14 @@
 
 namespace havrel {
 
+// The API version the Central speaks, sent as "apiVersion" and "minApi"; a client speaking a
+// newer one is refused.
+inline constexpr const char* kCentralAPIVersion = "2.1";
+// What a client too new for this Central is told, on both transports.
+inline constexpr const char* kCentralUpdateRequiredText =
+    "Central needs to be updated in order to connect to this client.\nCenral can be updated by selecting "
+    "\"Check for updates\" in the menu bar or by downloading a new version at https://www.havrelapps.com";
+
 class RNCentral final : public HVSerializeable {
 public:
     static std::shared_ptr<RNCentral> create();

@@ -111,6 +111,21 @@ std::optional<std::string> RNClient::deviceIdentityKey() const {
     return fmt::format("{}|{}", *connectionName, hasProduct ? *productID : std::string("?"));
 }
 
+std::string RNClient::description() const {
+    std::string text = fmt::format("<{}: {}", className(), static_cast<const void*>(this));
+    if (connectionName) {
+        text += fmt::format(" connectionName=\"{}\"", *connectionName);
+    }
+    if (deviceID) {
+        text += fmt::format(" deviceID={}", *deviceID);
+    }
+    return text + ">";
+}
+
+std::string describe(const std::shared_ptr<RNClient>& client) {
+    return client ? client->description() : std::string("(null)");
+}
+
 std::shared_ptr<RNUSBClient> RNUSBClient::create() {
     return std::make_shared<RNUSBClient>();
 }

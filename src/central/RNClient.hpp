@@ -17,6 +17,11 @@ namespace havrel {
 class HVEncodedConfiguration;
 class TNChannel;
 
+// The platform's peripheral object of a Bluetooth client, held opaque: the Bluetooth transport
+// stores whatever object stands for the device, and one device is one object (compared by
+// address).
+using PeripheralReference = std::shared_ptr<const void>;
+
 inline constexpr std::int64_t RNClientStateDefault = 0;
 inline constexpr std::int64_t RNClientStateAcceptedOverUSB = 1;
 inline constexpr std::int64_t RNClientStateRefused = 2;
@@ -59,6 +64,9 @@ public:
     Dictionary dictionary() const override;
     std::string className() const override { return "RNClient"; }
 
+    // "<class: address>" with the connection name and device number when present; for log lines.
+    std::string description() const;
+
     // A new client of the same class through dictionary(): only the wire fields survive.
     std::shared_ptr<RNClient> copy() const;
     // True when both dictionaries are equal.
@@ -97,8 +105,11 @@ public:
 
     std::string className() const override { return "RNBluetoothClient"; }
 
-    // Extension point: the Bluetooth transport adds `peripheral` here, a reference to the
-    // platform's peripheral object of this client, once its platform interface exists.
+    // The device this client was received from; set by the Bluetooth transport.
+    PeripheralReference peripheral;
 };
+
+// The client's description, or "(null)".
+std::string describe(const std::shared_ptr<RNClient>& client);
 
 }  // namespace havrel

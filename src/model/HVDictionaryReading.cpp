@@ -174,7 +174,7 @@ const Dictionary* arrayValue(const Dictionary& dictionary, std::string_view key)
 
 namespace havrel {
 
-Dictionary parseJSONFromOutside(ByteView text, std::string_view reader) {
+Dictionary parseJSONFromOutside(ByteView text, std::string_view reader, std::string* error) {
     // Nesting is measured before parsing, outside strings, so the parser never builds a tree
     // too deep to copy.
     std::size_t depth = 0;
@@ -196,13 +196,25 @@ Dictionary parseJSONFromOutside(ByteView text, std::string_view reader) {
         } else if (c == '[' || c == '{') {
             if (++depth > kMaximumJSONDepth) {
                 logf("{}: JSON nested deeper than {} levels, refused", reader, kMaximumJSONDepth);
+                if (error != nullptr) {
+                    *error = fmt::format("JSON nested deeper than {} levels", kMaximumJSONDepth);
+                }
                 return Dictionary(Dictionary::value_t::discarded);
             }
         } else if ((c == ']' || c == '}') && depth > 0) {
             --depth;
         }
     }
-    return Dictionary::parse(text.begin(), text.end(), nullptr, false);
+    if (error == nullptr) {
+        return Dictionary::parse(text.begin(), text.end(), nullptr, false);
+    }
+    // The depth is bounded by now, so the throwing parser is safe and names the fault.
+    try {
+        return Dictionary::parse(text.begin(), text.end());
+    } catch (const Dictionary::exception& exception) {
+        *error = exception.what();
+        return Dictionary(Dictionary::value_t::discarded);
+    }
 }
 
 }  // namespace havrel

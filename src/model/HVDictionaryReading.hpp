@@ -50,7 +50,8 @@ namespace havrel {
 inline constexpr std::size_t kMaximumJSONDepth = 256;
 
 // Parses JSON text from outside. Malformed text, or text nested deeper than the bound, gives a
-// discarded value (is_discarded()); the depth refusal logs one line naming the reader.
-Dictionary parseJSONFromOutside(ByteView text, std::string_view reader);
+// discarded value (is_discarded()); the depth refusal logs one line naming the reader. With an
+// error text given, a refusal also says there why the text was refused.
+Dictionary parseJSONFromOutside(ByteView text, std::string_view reader, std::string* error = nullptr);
 
 }  // namespace havrel

@@ -5,6 +5,7 @@
 #include "MIDIIO/LoopbackFixture.hpp"
 #include "support/UsbmuxStandIn.hpp"
 #include "transport/usb/FakeClientDevice.hpp"
+#include "TransportScope.hpp"
 
 #include "central/HVEncodedRangeCommand.hpp"
 #include "central/HVTransmissionManager.hpp"
@@ -31,6 +32,7 @@ namespace havrel {
 namespace {
 
 using havrel::testing::FakeClientDevice;
+using havrel::testing::UsbmuxStandIn;
 using MIDICore::MIDIEvent;
 
 Bytes deviceInfo(const std::string& name, const std::string& uniqueIdentifier, const std::string& apiVersion) {
@@ -66,8 +68,7 @@ protected:
         DefaultsStore::setStandard(std::make_shared<DefaultsStore>(folder_ / "defaults.json"));
         HostPrompts::setShared(prompts_);
         standIn_ = std::make_unique<UsbmuxStandIn>(folder_ / "usbmuxd");
-        ::setenv("USBMUXD_SOCKET_ADDRESS", standIn_->socketAddress().c_str(), 1);
-        TNUSBHub::setSharedHubForTesting(nullptr);
+        transports_.emplace(standIn_->socketAddress());
         localDevice_ = FakeClientDevice::listening();
     }
     void TearDown() override {
@@ -83,9 +84,8 @@ protected:
         }
         HVMIDIManager::setShared(nullptr);
         HVTransmissionManager::setShared(nullptr);
-        TNUSBHub::setSharedHubForTesting(nullptr);
+        transports_.reset();
         standIn_.reset();
-        ::unsetenv("USBMUXD_SOCKET_ADDRESS");
         HostPrompts::setShared(nullptr);
         DefaultsStore::setStandard(nullptr);
         std::filesystem::remove_all(folder_);
@@ -107,9 +107,10 @@ protected:
     std::filesystem::path folder_;
     std::shared_ptr<ScriptedHostPrompts> prompts_ = std::make_shared<ScriptedHostPrompts>();
     std::unique_ptr<UsbmuxStandIn> standIn_;
-    std::shared_ptr<FakeClientDevice> localDevice_;
-    std::shared_ptr<FakeClientDevice> usbDevice_;
-    std::shared_ptr<FakeClientDevice> refusedDevice_;
+    std::optional<testing::TransportScope> transports_;
+    std::unique_ptr<FakeClientDevice> localDevice_;
+    std::unique_ptr<FakeClientDevice> usbDevice_;
+    std::unique_ptr<FakeClientDevice> refusedDevice_;
 };
 
 TEST_F(USBPathTest, TwoClientsDriveMIDIAndANewerAPIIsRefusedButAnswered) {

@@ -23,10 +23,11 @@ namespace havrel {
 namespace {
 
 using havrel::testing::FakeClientDevice;
-using havrel::testing::pumpUntil;
+using havrel::testing::runMainQueueUntil;
+using havrel::testing::UsbmuxStandIn;
 
 // Records what the connection manager reports.
-class RecordingDelegate final : public RNUSBServerConnectionManagerDelegate {
+class RecordingManagerDelegate final : public RNUSBServerConnectionManagerDelegate {
 public:
     struct Connect {
         std::optional<std::int64_t> deviceID;
@@ -108,11 +109,11 @@ protected:
         options.useUSBHub = false;
         manager_ = RNUSBServerConnectionManager::initWithProductIdentifier("Havrel", "1.0", options);
         manager_->delegate = delegate_;
-        ASSERT_TRUE(pumpUntil([&] { return device_->connected() && !manager_->connectedChannels.empty(); }));
+        ASSERT_TRUE(runMainQueueUntil([&] { return device_->connected() && !manager_->connectedChannels.empty(); }));
     }
 
-    std::shared_ptr<FakeClientDevice> device_;
-    std::shared_ptr<RecordingDelegate> delegate_ = std::make_shared<RecordingDelegate>();
+    std::unique_ptr<FakeClientDevice> device_;
+    std::shared_ptr<RecordingManagerDelegate> delegate_ = std::make_shared<RecordingManagerDelegate>();
     std::shared_ptr<RNUSBServerConnectionManager> manager_;
 };
 
@@ -130,7 +131,7 @@ TEST_F(USBConnectionManagerTest, LocalPathDeliversKnownFramesDropsEmptyOnesAndCl
     device_->send(106, Bytes{0x90, 60, 100});
     device_->send(111, std::string("{}"));
     device_->send(103, std::string("ignored"));  // known, ignored
-    ASSERT_TRUE(pumpUntil([&] { return delegate_->received.size() == 5 && delegate_->connects.size() == 1; }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return delegate_->received.size() == 5 && delegate_->connects.size() == 1; }));
 
     std::vector<std::string> kinds;
     for (const auto& [kind, data] : delegate_->received) {
@@ -151,33 +152,33 @@ TEST_F(USBConnectionManagerTest, LocalPathDeliversKnownFramesDropsEmptyOnesAndCl
 
     // A frame of an unknown type closes the channel: one log line, one disconnect report.
     device_->send(114, std::string("x"));
-    ASSERT_TRUE(pumpUntil([&] { return delegate_->disconnects.size() == 1; }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return delegate_->disconnects.size() == 1; }));
     EXPECT_EQ(capture.count("Unexpected frame of type 114 — closing channel"), 1u);
     EXPECT_TRUE(manager_->connectedChannels.empty());
     EXPECT_TRUE(capture.contains("Disconnected from device"));
 
     // The client can connect again: the local probe finds it within its 2 s period.
     device_->closePeer();
-    ASSERT_TRUE(pumpUntil([&] { return manager_->connectedChannels.size() == 1 && device_->accepted == 2; }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return manager_->connectedChannels.size() == 1 && device_->acceptedCount() == 2; }));
 }
 
 TEST_F(USBConnectionManagerTest, GarbageDeviceInfoRefusesTheClientWithoutEndingAnything) {
     ScopedLogCapture capture;
     startLocalOnly();
     device_->send(100, std::string("this is not a property list"));
-    ASSERT_TRUE(pumpUntil([&] { return delegate_->connects.size() == 1; }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return delegate_->connects.size() == 1; }));
     EXPECT_EQ(delegate_->connects.front().info["info"], "");
     EXPECT_EQ(capture.count("is not a property list — refusing the client"), 1u);
     // The channel stays up and frames still arrive.
     device_->send(108, Bytes{9});
-    ASSERT_TRUE(pumpUntil([&] { return delegate_->received.size() == 1; }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return delegate_->received.size() == 1; }));
 }
 
 TEST_F(USBConnectionManagerTest, PingsEveryConnectedChannelWithFreshTags) {
     startLocalOnly();
-    ASSERT_TRUE(pumpUntil([&] { return device_->framesOfType(102).size() >= 2; }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return device_->framesOfType(102).size() >= 2; }));
     const auto pings = device_->framesOfType(102);
-    EXPECT_TRUE(pings[0].payload.empty());
+    EXPECT_TRUE(!pings[0].payload || pings[0].payload->empty());
     EXPECT_NE(pings[0].tag, 0u);
     EXPECT_NE(pings[0].tag, pings[1].tag);
     EXPECT_TRUE(manager_->hasPingTimer());
@@ -186,15 +187,15 @@ TEST_F(USBConnectionManagerTest, PingsEveryConnectedChannelWithFreshTags) {
 TEST_F(USBConnectionManagerTest, TwoHundredConnectionsLeaveNoChannelTimerOrDescriptorBehind) {
     startLocalOnly();
     device_->closePeer();
-    ASSERT_TRUE(pumpUntil([&] { return delegate_->disconnects.size() == 1; }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return delegate_->disconnects.size() == 1; }));
     const std::size_t descriptorsBefore = openDescriptorCount();
     for (int round = 0; round < 200; ++round) {
         // The local probe finds the client again within its period.
-        ASSERT_TRUE(pumpUntil([&] { return device_->connected(); })) << "round " << round;
+        ASSERT_TRUE(runMainQueueUntil([&] { return device_->connected(); })) << "round " << round;
         device_->send(100, deviceInfoPayload("Pad"));
-        ASSERT_TRUE(pumpUntil([&] { return delegate_->connects.size() == static_cast<std::size_t>(round + 1); }));
+        ASSERT_TRUE(runMainQueueUntil([&] { return delegate_->connects.size() == static_cast<std::size_t>(round + 1); }));
         device_->closePeer();
-        ASSERT_TRUE(pumpUntil([&] { return delegate_->disconnects.size() == static_cast<std::size_t>(round + 2); }))
+        ASSERT_TRUE(runMainQueueUntil([&] { return delegate_->disconnects.size() == static_cast<std::size_t>(round + 2); }))
             << "round " << round;
     }
     EXPECT_TRUE(manager_->connectedChannels.empty());
@@ -225,7 +226,7 @@ protected:
         options.localPort = 1;  // nothing listens there
         manager_ = RNUSBServerConnectionManager::initWithProductIdentifier("Havrel", "1.0", options);
         manager_->delegate = delegate_;
-        ASSERT_TRUE(pumpUntil([&] { return standIn_->listenerCount() == 1; }));
+        ASSERT_TRUE(runMainQueueUntil([&] { return standIn_->listenerCount() == 1; }));
     }
 
     std::filesystem::path socketDir_;
@@ -236,17 +237,17 @@ TEST_F(USBHubPathTest, AttachConnectsThroughTheTunnelAndDetachEndsTheChannel) {
     ScopedLogCapture capture;
     startWithHub();
     standIn_->attachDevice(7, device_->port());
-    ASSERT_TRUE(pumpUntil([&] { return device_->connected() && manager_->channelWithDeviceID(7) != nullptr; }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return device_->connected() && manager_->channelWithDeviceID(7) != nullptr; }));
     EXPECT_EQ(manager_->channelWithDeviceID(7)->hvUserInfo, "7");
     EXPECT_FALSE(manager_->hasScannerTimer());
 
     device_->send(100, deviceInfoPayload("Pad"));
     device_->send(108, Bytes{4, 5});
-    ASSERT_TRUE(pumpUntil([&] { return delegate_->connects.size() == 1 && delegate_->received.size() == 1; }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return delegate_->connects.size() == 1 && delegate_->received.size() == 1; }));
     EXPECT_EQ(delegate_->connects.front().deviceID, 7);
 
     standIn_->detachDevice(7);
-    ASSERT_TRUE(pumpUntil([&] { return delegate_->disconnects.size() == 1; }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return delegate_->disconnects.size() == 1; }));
     EXPECT_EQ(delegate_->disconnects.front(), 7);
     EXPECT_TRUE(manager_->attachedDeviceIDs.empty());
     EXPECT_EQ(manager_->channelWithDeviceID(7), nullptr);
@@ -258,13 +259,13 @@ TEST_F(USBHubPathTest, AttachRulesAndTheScannerForADeviceWithNoAppListening) {
     standIn_->attachDevice(3, device_->port(), "Network");
     standIn_->attachDevice(9, 1);  // its app is not listening: the tunnel is refused
     standIn_->attachDevice(9, 1);
-    ASSERT_TRUE(pumpUntil([&] { return manager_->hasScannerTimer(); }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return manager_->hasScannerTimer(); }));
     EXPECT_EQ(capture.count("ignoring Network device #3 (not USB)"), 1u);
     EXPECT_EQ(manager_->attachedDeviceIDs, (std::vector<std::int64_t>{9}));
-    EXPECT_TRUE(pumpUntil([&] { return capture.contains("connection refused by device #9 — no Havrel app listening on port 4699"); }));
+    EXPECT_TRUE(runMainQueueUntil([&] { return capture.contains("connection refused by device #9 — no Havrel app listening on port 4699"); }));
 
     standIn_->detachDevice(9);
-    ASSERT_TRUE(pumpUntil([&] { return manager_->attachedDeviceIDs.empty(); }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return manager_->attachedDeviceIDs.empty(); }));
 }
 
 TEST(HVCentralUSBManagerTest, AnswersTheFirstFrameWithTheCentralsIdentityAndSendsTempoAsEightBytes) {
@@ -274,12 +275,12 @@ TEST(HVCentralUSBManagerTest, AnswersTheFirstFrameWithTheCentralsIdentityAndSend
     options.localPort = device->port();
     options.useUSBHub = false;
     auto usb = HVCentralUSBManager::initWithProudctToSendOut("Havrel", "3.4.5", options);
-    ASSERT_TRUE(pumpUntil([&] { return device->connected(); }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return device->connected(); }));
     device->send(100, deviceInfoPayload("Pad"));
-    ASSERT_TRUE(pumpUntil([&] { return !device->framesOfType(110).empty(); }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return !device->framesOfType(110).empty(); }));
     const auto answer = device->framesOfType(110).front();
     EXPECT_EQ(answer.tag, 0u);
-    const auto central = Dictionary::parse(answer.payload);
+    const auto central = Dictionary::parse(*answer.payload);
     EXPECT_EQ(central["version"], "3.4.5");
     EXPECT_EQ(central["apiVersion"], "2.1");
     EXPECT_EQ(central["minApi"], "2.1");
@@ -290,11 +291,12 @@ TEST(HVCentralUSBManagerTest, AnswersTheFirstFrameWithTheCentralsIdentityAndSend
     usb->sendTempo(120.0, 42);
     usb->connectionManager()->connectedChannels.front()->deviceID = 5;
     usb->sendTempo(120.5, 5);
-    ASSERT_TRUE(pumpUntil([&] { return !device->framesOfType(112).empty(); }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return !device->framesOfType(112).empty(); }));
     const auto tempo = device->framesOfType(112).front();
-    ASSERT_EQ(tempo.payload.size(), 8u);
+    ASSERT_TRUE(tempo.payload);
+    ASSERT_EQ(tempo.payload->size(), 8u);
     double value = 0;
-    std::memcpy(&value, tempo.payload.data(), 8);
+    std::memcpy(&value, tempo.payload->data(), 8);
     EXPECT_EQ(value, 120.5);
 
     usb->connectionManager()->stop();

@@ -1,0 +1,34 @@
+#include "core/HavrelCoreBaseMac.hpp"
+
+#include "central/HVCentralTransmissionManager.hpp"
+#include "central/HVConnectionTypeConfiguration.hpp"
+#include "core/HVCentralConnectionManager.hpp"
+#include "midi_service/HVMIDIManager.hpp"
+
+#include <atomic>
+
+namespace havrel {
+
+namespace {
+
+std::atomic<bool> initiated{false};
+
+}  // namespace
+
+void HavrelCoreBaseMac::instantiateWithProductToSendOut(const std::string& product, const std::string& version,
+                                                        const std::string& apiVersion) {
+    (void)apiVersion;
+    HVCentralConnectionManager::instantiateWithProductToSendOut(product, version);
+    auto configuration = HVConnectionTypeConfiguration::create();
+    configuration->productToSendOut = product;
+    HVMIDIManager::initSharedMinimalWithConnectionConfiguration(configuration);
+    // Positions mapped by the range dispatch leave through the central transmission manager.
+    HVTransmissionManager::setShared(HVCentralTransmissionManager::sharedInstance());
+    initiated = true;
+}
+
+bool HavrelCoreBaseMac::isInitiated() {
+    return initiated;
+}
+
+}  // namespace havrel

@@ -1,0 +1,7 @@
+#include "transport/bluetooth/RNCentralBluetoothManagerDelegate.hpp"
+
+namespace havrel {
+
+RNCentralBluetoothManagerDelegate::~RNCentralBluetoothManagerDelegate() = default;
+
+}  // namespace havrel
