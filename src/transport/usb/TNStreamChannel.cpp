@@ -1,0 +1,244 @@
+#include "transport/usb/TNStreamChannel.hpp"
+
+#include <asio/buffer.hpp>
+#include <asio/error.hpp>
+#include <asio/post.hpp>
+#include <asio/write.hpp>
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+namespace havrel {
+
+namespace {
+
+// The errno of a failed socket operation; 0 for end of stream.
+int errorNumberOf(const std::error_code& error) {
+    if (!error || error == asio::error::eof) {
+        return 0;
+    }
+    if (error.category() == asio::system_category() || error.category() == std::generic_category()) {
+        return error.value();
+    }
+    return EIO;
+}
+
+}  // namespace
+
+std::shared_ptr<TNStreamChannel> TNStreamChannel::createWithDescriptor(WorkQueue& queue, int fileDescriptor,
+                                                                       CleanupHandler cleanup, int* errorNumber) {
+    auto fail = [&](int number) -> std::shared_ptr<TNStreamChannel> {
+        if (fileDescriptor >= 0) {
+            ::close(fileDescriptor);
+        }
+        if (errorNumber != nullptr) {
+            *errorNumber = number;
+        }
+        return nullptr;
+    };
+    if (fileDescriptor < 0) {
+        return fail(EBADF);
+    }
+    int domain = 0;
+    int type = 0;
+    socklen_t length = sizeof domain;
+    if (::getsockopt(fileDescriptor, SOL_SOCKET, SO_DOMAIN, &domain, &length) != 0) {
+        return fail(errno);
+    }
+    length = sizeof type;
+    if (::getsockopt(fileDescriptor, SOL_SOCKET, SO_TYPE, &type, &length) != 0) {
+        return fail(errno);
+    }
+    if (type != SOCK_STREAM) {
+        return fail(EPROTOTYPE);
+    }
+    Socket socket(queue.context());
+    std::error_code error;
+    socket.assign(asio::generic::stream_protocol(domain, 0), fileDescriptor, error);
+    if (error) {
+        return fail(errorNumberOf(error));
+    }
+    return create(std::move(socket), std::move(cleanup));
+}
+
+std::shared_ptr<TNStreamChannel> TNStreamChannel::create(Socket socket, CleanupHandler cleanup) {
+    return std::make_shared<TNStreamChannel>(std::move(socket), std::move(cleanup));
+}
+
+TNStreamChannel::TNStreamChannel(Socket socket, CleanupHandler cleanup)
+    : socket_(std::move(socket)), cleanup_(std::move(cleanup)) {}
+
+TNStreamChannel::~TNStreamChannel() {
+    std::error_code ignored;
+    socket_.close(ignored);
+}
+
+int TNStreamChannel::nativeHandle() {
+    return socket_.is_open() ? socket_.native_handle() : -1;
+}
+
+void TNStreamChannel::read(std::size_t length, ReadHandler handler) {
+    if (closed_) {
+        postRefusal([handler = std::move(handler)] { handler(true, {}, ECANCELED); });
+        return;
+    }
+    reads_.push_back(PendingRead{length, std::move(handler)});
+    advance();
+}
+
+void TNStreamChannel::write(TNDispatchData buffers, WriteHandler handler) {
+    if (closed_) {
+        postRefusal([handler = std::move(handler)] {
+            if (handler) {
+                handler(true, ECANCELED);
+            }
+        });
+        return;
+    }
+    writes_.push_back(PendingWrite{std::move(buffers), std::move(handler)});
+    advance();
+}
+
+void TNStreamChannel::close(bool stopOutstanding) {
+    if (closed_) {
+        if (stopOutstanding && !stopping_) {
+            stopping_ = true;
+            std::error_code ignored;
+            socket_.cancel(ignored);
+        }
+        return;
+    }
+    closed_ = true;
+    if (stopOutstanding) {
+        stopping_ = true;
+        std::error_code ignored;
+        socket_.cancel(ignored);
+    }
+    advance();
+}
+
+void TNStreamChannel::postRefusal(std::function<void()> report) {
+    ++postedRefusals_;
+    asio::post(socket_.get_executor(), [self = shared_from_this(), report = std::move(report)] {
+        --self->postedRefusals_;
+        self->reporting_ = true;
+        report();
+        self->reporting_ = false;
+        self->advance();
+    });
+}
+
+void TNStreamChannel::advance() {
+    if (reporting_) {
+        return;
+    }
+    startRead();
+    startWrite();
+    finishIfDone();
+}
+
+void TNStreamChannel::startRead() {
+    if (readInFlight_) {
+        return;
+    }
+    // Queued reads that a stopping close overtook end as cancelled.
+    while (stopping_ && !reads_.empty()) {
+        auto handler = std::move(reads_.front().handler);
+        reads_.pop_front();
+        postRefusal([handler = std::move(handler)] { handler(true, {}, ECANCELED); });
+    }
+    if (reads_.empty()) {
+        return;
+    }
+    const std::size_t chunk = std::min(reads_.front().remaining, kReadChunkSize);
+    readBuffer_.resize(chunk);
+    readInFlight_ = true;
+    socket_.async_read_some(asio::buffer(readBuffer_.data(), chunk),
+                            [self = shared_from_this()](const std::error_code& error, std::size_t size) {
+                                self->onRead(error, size);
+                            });
+}
+
+void TNStreamChannel::onRead(const std::error_code& error, std::size_t size) {
+    readInFlight_ = false;
+    PendingRead& read = reads_.front();
+    reporting_ = true;
+    if (!error && size > 0) {
+        read.remaining -= std::min(size, read.remaining);
+        const ByteView piece(readBuffer_.data(), size);
+        if (read.remaining == 0) {
+            auto handler = std::move(read.handler);
+            reads_.pop_front();
+            handler(true, piece, 0);
+        } else {
+            read.handler(false, piece, 0);
+        }
+    } else {
+        // End of stream (or a request of 0 bytes) gives the empty done report.
+        auto handler = std::move(read.handler);
+        reads_.pop_front();
+        handler(true, {}, errorNumberOf(error));
+    }
+    reporting_ = false;
+    advance();
+}
+
+void TNStreamChannel::startWrite() {
+    if (writeInFlight_) {
+        return;
+    }
+    while (stopping_ && !writes_.empty()) {
+        auto handler = std::move(writes_.front().handler);
+        writes_.pop_front();
+        postRefusal([handler = std::move(handler)] {
+            if (handler) {
+                handler(true, ECANCELED);
+            }
+        });
+    }
+    if (writes_.empty()) {
+        return;
+    }
+    std::vector<asio::const_buffer> buffers;
+    for (const auto& buffer : writes_.front().buffers) {
+        if (buffer && !buffer->empty()) {
+            buffers.emplace_back(buffer->data(), buffer->size());
+        }
+    }
+    writeInFlight_ = true;
+    // The pending entry keeps the buffers alive until the write's report.
+    asio::async_write(socket_, buffers, [self = shared_from_this()](const std::error_code& error, std::size_t) {
+        self->onWrite(error);
+    });
+}
+
+void TNStreamChannel::onWrite(const std::error_code& error) {
+    writeInFlight_ = false;
+    auto handler = std::move(writes_.front().handler);
+    writes_.pop_front();
+    reporting_ = true;
+    if (handler) {
+        handler(true, errorNumberOf(error));
+    }
+    reporting_ = false;
+    advance();
+}
+
+void TNStreamChannel::finishIfDone() {
+    if (!closed_ || finished_ || readInFlight_ || writeInFlight_ || !reads_.empty() || !writes_.empty() ||
+        postedRefusals_ > 0) {
+        return;
+    }
+    finished_ = true;
+    std::error_code ignored;
+    socket_.close(ignored);
+    if (auto cleanup = std::exchange(cleanup_, nullptr)) {
+        asio::post(socket_.get_executor(), [cleanup = std::move(cleanup)] { cleanup(0); });
+    }
+}
+
+}  // namespace havrel
