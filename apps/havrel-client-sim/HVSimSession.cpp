@@ -17,6 +17,12 @@ MainQueue::Duration secondsToDuration(double seconds) {
     return std::chrono::duration_cast<MainQueue::Duration>(std::chrono::duration<double>(seconds));
 }
 
+// A command as a progress line shows it: long change commands are cut.
+std::string shortened(const std::string& cue) {
+    constexpr std::size_t kLongest = 100;
+    return cue.size() <= kLongest ? cue : cue.substr(0, kLongest - 3) + "...";
+}
+
 double durationToSeconds(MainQueue::Duration duration) {
     return std::chrono::duration<double>(duration).count();
 }
@@ -127,7 +133,7 @@ void HVSimSession::playDueFrames() {
     while (nextFrame_ < settings_.frames.size() && settings_.frames[nextFrame_].time <= elapsed) {
         auto& frame = settings_.frames[nextFrame_++];
         if (!frame.cue.empty()) {
-            progress_(fmt::format("t={:.2f}s {}", frame.time, frame.cue));
+            progress_(fmt::format("t={:.2f}s {}", frame.time, shortened(frame.cue)));
         }
         send(frame.type, std::move(frame.payload));
         if (ended_) {
