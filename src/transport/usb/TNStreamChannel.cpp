@@ -151,6 +151,12 @@ void TNStreamChannel::startRead() {
         reads_.pop_front();
         postRefusal([handler = std::move(handler)] { handler(true, {}, ECANCELED); });
     }
+    // After the end of the stream or a failed read, later reads end the same way at once.
+    while (readEnd_ && !reads_.empty()) {
+        auto handler = std::move(reads_.front().handler);
+        reads_.pop_front();
+        postRefusal([handler = std::move(handler), errorNumber = *readEnd_] { handler(true, {}, errorNumber); });
+    }
     if (reads_.empty()) {
         return;
     }
@@ -181,7 +187,11 @@ void TNStreamChannel::onRead(const std::error_code& error, std::size_t size) {
         // End of stream (or a request of 0 bytes) gives the empty done report.
         auto handler = std::move(read.handler);
         reads_.pop_front();
-        handler(true, {}, errorNumberOf(error));
+        const int errorNumber = errorNumberOf(error);
+        if (error && errorNumber != ECANCELED) {
+            readEnd_ = errorNumber;
+        }
+        handler(true, {}, errorNumber);
     }
     reporting_ = false;
     advance();
@@ -197,6 +207,16 @@ void TNStreamChannel::startWrite() {
         postRefusal([handler = std::move(handler)] {
             if (handler) {
                 handler(true, ECANCELED);
+            }
+        });
+    }
+    // A socket that failed a write fails every later one: nothing more gets through.
+    while (writeError_ != 0 && !writes_.empty()) {
+        auto handler = std::move(writes_.front().handler);
+        writes_.pop_front();
+        postRefusal([handler = std::move(handler), errorNumber = writeError_] {
+            if (handler) {
+                handler(true, errorNumber);
             }
         });
     }
@@ -220,9 +240,13 @@ void TNStreamChannel::onWrite(const std::error_code& error) {
     writeInFlight_ = false;
     auto handler = std::move(writes_.front().handler);
     writes_.pop_front();
+    const int errorNumber = errorNumberOf(error);
+    if (errorNumber != ECANCELED) {
+        writeError_ = errorNumber;
+    }
     reporting_ = true;
     if (handler) {
-        handler(true, errorNumberOf(error));
+        handler(true, errorNumber);
     }
     reporting_ = false;
     advance();

@@ -11,6 +11,8 @@
 //   operations under way end at once with ECANCELED; without, they run to their end. Once the
 //   stream is closed and nothing is outstanding, the socket is closed and the clean-up handler
 //   runs, exactly once, on the queue.
+// - Once reading has ended (end of stream or an error), later reads end the same way; once a
+//   write has failed, later writes fail with the same error.
 //
 // Sends go through the socket layer with MSG_NOSIGNAL: a write to a closed peer reports EPIPE
 // instead of raising SIGPIPE. All calls are made on the stream's queue.
@@ -24,6 +26,7 @@
 #include <deque>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace havrel {
@@ -92,6 +95,8 @@ private:
     std::deque<PendingWrite> writes_;
     Bytes readBuffer_;
     std::size_t postedRefusals_ = 0;
+    std::optional<int> readEnd_;  // how the stream's reading ended: 0 end of stream, else errno
+    int writeError_ = 0;          // errno of the write that failed
     bool readInFlight_ = false;
     bool writeInFlight_ = false;
     bool reporting_ = false;  // a report is running: starting more waits until it returns

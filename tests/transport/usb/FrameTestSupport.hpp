@@ -8,9 +8,12 @@
 #include "transport/usb/TNChannel.hpp"
 #include "transport/usb/TNFrameHeader.hpp"
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <functional>
 #include <optional>
@@ -99,6 +102,66 @@ public:
     std::vector<Asked> asked;
     std::vector<End> ends;
     std::vector<Accepted> accepted;
+
+    // Drops the records, which hold channels that hold this delegate.
+    void forget() {
+        frames.clear();
+        ends.clear();
+        accepted.clear();
+    }
+};
+
+// A plain blocking TCP listener on 127.0.0.1 for a channel to connect to, and the accepted
+// peer socket that a test writes raw bytes to.
+class RawTCPPeer {
+public:
+    RawTCPPeer() {
+        listener_ = ::socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        ::bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address);
+        ::listen(listener_, 4);
+        socklen_t length = sizeof address;
+        ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length);
+        port_ = ntohs(address.sin_port);
+    }
+    ~RawTCPPeer() {
+        closePeer();
+        ::close(listener_);
+    }
+    std::uint16_t port() const { return port_; }
+    // Takes the connection that a channel made (blocks until there is one).
+    bool accept() {
+        peer_ = ::accept(listener_, nullptr, nullptr);
+        return peer_ >= 0;
+    }
+    bool write(ByteView bytes) const {
+        return ::send(peer_, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+    }
+    // Bytes the channel sent, without waiting.
+    Bytes readAvailable() const {
+        Bytes bytes(1 << 16);
+        const auto size = ::recv(peer_, bytes.data(), bytes.size(), MSG_DONTWAIT);
+        bytes.resize(size > 0 ? static_cast<std::size_t>(size) : 0);
+        return bytes;
+    }
+    // True once the channel closed its end.
+    bool sawEndOfStream() const {
+        std::uint8_t byte;
+        return ::recv(peer_, &byte, 1, MSG_DONTWAIT) == 0;
+    }
+    void closePeer() {
+        if (peer_ >= 0) {
+            ::close(peer_);
+            peer_ = -1;
+        }
+    }
+
+private:
+    int listener_ = -1;
+    int peer_ = -1;
+    std::uint16_t port_ = 0;
 };
 
 // Hands the channel one end of a socket pair, or an error; the test keeps the other end.

@@ -103,6 +103,13 @@ TEST_F(TNStreamChannelTest, ReadReportsPiecesThenOneDoneReportAndEndOfStreamIsAn
     EXPECT_EQ(second.all(), (Bytes{7, 8}));
     EXPECT_TRUE(second.finalEmpty);
     EXPECT_EQ(second.error, 0);
+
+    // Reading on after the end gives the end again.
+    ReadLog third;
+    stream_->read(1, third.handler());
+    ASSERT_TRUE(pumpUntil([&] { return third.done; }));
+    EXPECT_TRUE(third.finalEmpty);
+    EXPECT_EQ(third.error, 0);
 }
 
 TEST_F(TNStreamChannelTest, WritesGoOutInOrderAsGatherWrites) {
