@@ -14,7 +14,7 @@ class ScriptTest : public ::testing::Test {
 protected:
     HVSimSurface surface = HVSimSurface::builtIn();
 
-    // The message of the error the text raises, or "" when it parses.
+    // The message of the error the script raises, or "" when it parses.
     std::string errorOf(const std::string& text) {
         try {
             HVSimScript::parse(text, surface);
