@@ -9,6 +9,7 @@
 #include "core/HavrelCoreBaseMac.hpp"
 #include "midi_service/HVMIDIManager.hpp"
 #include "midi_service/HVMIDIOutputMonitor.hpp"
+#include "MIDIInternals/MainThread.hpp"
 #include "MIDIIO/MIDIPlatform.hpp"
 #include "MIDIIO/loopback/LoopbackMIDIServer.hpp"
 #include "platform/DefaultsStore.hpp"
@@ -92,6 +93,8 @@ int main(int argc, char** argv) {
     promptOptions.output = &std::cerr;
     HostPrompts::setShared(std::make_shared<TerminalHostPrompts>(promptOptions));
 
+    // This thread runs the main queue: the MIDI library's main thread too.
+    MIDIInternals::registerMainThread();
     chooseBackend(options.midiBackend);
     MIDIIO::MIDIPlatform::setShared(MIDIIO::LoopbackMIDIServer::create());
 

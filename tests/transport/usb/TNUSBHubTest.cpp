@@ -210,6 +210,12 @@ TEST_F(TNUSBHubTest, ListensAndPostsAttachAndDetachWithTheWholePacket) {
     auto next = listeningHub(restart, restartEnd);
     EXPECT_FALSE(restart.error);
     EXPECT_EQ(standIn->listenerCount(), 1u);
+
+    // A hub that goes away closes its socket, and says nothing of it.
+    next.reset();
+    EXPECT_TRUE(standIn->waitForListenerCount(0, 10s));
+    MainQueue::shared().poll();
+    EXPECT_FALSE(restartEnd.called);
 }
 
 TEST_F(TNUSBHubTest, ConnectHandsOverATunnelOrTheDaemonsRefusal) {
