@@ -1,0 +1,106 @@
+#pragma once
+// A program run as a child process for whole-program tests: its stdout and stderr go to files
+// in a folder of the test, it can be signalled, and it is always reaped (killed if need be)
+// when the object goes.
+
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+extern char** environ;
+
+namespace havrel::testing {
+
+class Process {
+public:
+    Process(const std::string& program, const std::vector<std::string>& arguments, const std::filesystem::path& folder,
+            const std::string& name)
+        : stdoutFile_(folder / (name + ".out")), stderrFile_(folder / (name + ".err")) {
+        std::vector<std::string> words{program};
+        words.insert(words.end(), arguments.begin(), arguments.end());
+        std::vector<char*> argv;
+        for (auto& word : words) {
+            argv.push_back(word.data());
+        }
+        argv.push_back(nullptr);
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, stdoutFile_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, stderrFile_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        if (posix_spawn(&pid_, program.c_str(), &actions, nullptr, argv.data(), environ) != 0) {
+            pid_ = -1;
+        }
+        posix_spawn_file_actions_destroy(&actions);
+    }
+    ~Process() {
+        if (running()) {
+            ::kill(pid_, SIGKILL);
+            wait(std::chrono::seconds(10));
+        }
+    }
+    Process(const Process&) = delete;
+    Process& operator=(const Process&) = delete;
+
+    bool started() const { return pid_ > 0; }
+    bool running() const { return pid_ > 0 && !status_; }
+    pid_t pid() const { return pid_; }
+    void signal(int number) const {
+        if (running()) ::kill(pid_, number);
+    }
+
+    // The exit status once the process has ended within the timeout; -signal when a signal
+    // ended it; nothing while it still runs.
+    std::optional<int> wait(std::chrono::milliseconds timeout) {
+        const auto deadline = std::chrono::steady_clock::now() + timeout;
+        while (running()) {
+            int raw = 0;
+            const pid_t done = ::waitpid(pid_, &raw, WNOHANG);
+            if (done == pid_) {
+                status_ = WIFEXITED(raw) ? WEXITSTATUS(raw) : -WTERMSIG(raw);
+                break;
+            }
+            if (std::chrono::steady_clock::now() > deadline) {
+                return std::nullopt;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+        return status_;
+    }
+
+    std::string out() const { return read(stdoutFile_); }
+    std::string err() const { return read(stderrFile_); }
+    std::vector<std::string> outLines() const {
+        std::vector<std::string> lines;
+        std::istringstream stream(out());
+        for (std::string line; std::getline(stream, line);) {
+            lines.push_back(line);
+        }
+        return lines;
+    }
+
+private:
+    static std::string read(const std::filesystem::path& file) {
+        std::ifstream stream(file);
+        std::ostringstream text;
+        text << stream.rdbuf();
+        return text.str();
+    }
+
+    std::filesystem::path stdoutFile_;
+    std::filesystem::path stderrFile_;
+    pid_t pid_ = -1;
+    std::optional<int> status_;
+};
+
+}  // namespace havrel::testing
