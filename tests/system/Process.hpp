@@ -3,6 +3,7 @@
 // in a folder of the test, it can be signalled, and it is always reaped (killed if need be)
 // when the object goes.
 
+#include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>

@@ -1,0 +1,209 @@
+// havrel-central and havrel-client-sim as separate processes over 127.0.0.1: the exact MIDI a
+// scripted performance makes, a client that goes and comes back, a client that sends garbage,
+// and a shutdown in the middle of traffic.
+
+#include "Process.hpp"
+
+#include "transport/usb/TNFrameHeader.hpp"
+
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <regex>
+
+namespace havrel::testing {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+// A port nothing listens on right now.
+std::uint16_t freePort() {
+    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof(address);
+    ::bind(fd, reinterpret_cast<sockaddr*>(&address), length);
+    ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+    ::close(fd);
+    return ntohs(address.sin_port);
+}
+
+// Whether a listener could bind the port now (a connection still closing holds it).
+bool portIsFree(std::uint16_t port) {
+    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    int one = 1;
+    ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof(one));
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(port);
+    const bool free = ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
+    ::close(fd);
+    return free;
+}
+
+std::vector<std::string> midiLines(const Process& central) {
+    std::vector<std::string> lines;
+    for (const auto& line : central.outLines()) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+bool waitUntil(const std::function<bool()>& condition, milliseconds timeout = seconds(20)) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        std::this_thread::sleep_for(milliseconds(10));
+    }
+    return true;
+}
+
+class ProgramsTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        char pattern[] = "/tmp/havrel-system-XXXXXX";
+        folder_ = ::mkdtemp(pattern);
+        port_ = freePort();
+    }
+    void TearDown() override { std::filesystem::remove_all(folder_); }
+
+    std::unique_ptr<Process> sim(const std::string& name, const std::string& script) {
+        return std::make_unique<Process>(HAVREL_CLIENT_SIM_PROGRAM,
+                                         std::vector<std::string>{"--port", std::to_string(port_), "--do", script},
+                                         folder_, name);
+    }
+    std::unique_ptr<Process> central() {
+        return std::make_unique<Process>(
+            HAVREL_CENTRAL_PROGRAM,
+            std::vector<std::string>{"--midi-backend", "loopback", "--print-midi", "--no-usbmux", "--local-port",
+                                     std::to_string(port_), "--config-dir", (folder_ / "config").string()},
+            folder_, "central");
+    }
+
+    std::filesystem::path folder_;
+    std::uint16_t port_ = 0;
+};
+
+TEST_F(ProgramsTest, AScriptedPerformanceLeavesAsExactlyTheseMessages) {
+    auto client = sim("sim", "set fader 0.5; set fader 0.5; tap pad 1.5; set program 1; set pitch 1; "
+                             "set xy 0.25,0.75; midi 90 3C 64; wait 0.5");
+    auto host = central();
+    ASSERT_EQ(client->wait(seconds(30)), 0) << client->err();
+    host->signal(SIGTERM);
+    ASSERT_EQ(host->wait(seconds(10)), 0) << host->err();
+
+    const auto lines = midiLines(*host);
+    ASSERT_GE(lines.size(), 7u) << host->out();
+    // The fader at 0.5 once: the repeat sends nothing.
+    EXPECT_EQ(lines.front(), "midi-out \"Havrel Output\" ump=40B00700 7E000000 midi1=B0 07 3F");
+    // The pad glides up to its stop at 1.0 one velocity step at a time, then its release.
+    const std::regex noteLine(R"(midi-out "Havrel Output" ump=40903C00 ([0-9A-F]{8}) midi1=90 3C ([0-9A-F]{2}))");
+    std::vector<int> velocities;
+    std::size_t index = 1;
+    for (; index < lines.size(); ++index) {
+        std::smatch match;
+        if (!std::regex_match(lines[index], match, noteLine)) break;
+        velocities.push_back(std::stoi(match[2].str(), nullptr, 16));
+    }
+    ASSERT_GE(velocities.size(), 3u);
+    EXPECT_EQ(velocities.front(), 1);
+    EXPECT_TRUE(std::is_sorted(velocities.begin(), velocities.end() - 1));
+    EXPECT_EQ(velocities[velocities.size() - 2], 127);
+    EXPECT_EQ(lines[index - 2], "midi-out \"Havrel Output\" ump=40903C00 FFFF0000 midi1=90 3C 7F");
+    // The release is a note on with velocity 0, which has no MIDI 1.0 velocity 0 form.
+    EXPECT_EQ(lines[index - 1], "midi-out \"Havrel Output\" ump=40903C00 00000000 midi1=90 3C 01");
+    const std::vector<std::string> rest(lines.begin() + static_cast<std::ptrdiff_t>(index), lines.end());
+    EXPECT_EQ(rest, (std::vector<std::string>{
+                        "midi-out \"Havrel Output\" ump=40C00000 7F000000 midi1=C0 7F",
+                        "midi-out \"Havrel Output\" ump=40E00000 FFFFFFFF midi1=E0 7F 7F",
+                        "midi-out \"Havrel Output\" ump=40B00100 40000000 midi1=B0 01 20",
+                        "midi-out \"Havrel Output\" ump=40B00200 BEFBEFBE midi1=B0 02 5F",
+                        "midi-out \"Havrel Output\" ump=40903C00 C9240000 midi1=90 3C 64",
+                    }));
+    // stdout carries the MIDI print and nothing else.
+    for (const auto& line : lines) {
+        EXPECT_TRUE(line.starts_with("midi-out \"")) << line;
+    }
+    EXPECT_NE(client->out().find("central-info {\"apiVersion\":\"2.1\""), std::string::npos);
+}
+
+TEST_F(ProgramsTest, AClientThatGoesAwayIsServedAgainWhenItComesBack) {
+    auto host = central();
+    auto first = sim("first", "set fader 1; wait 0.2");
+    ASSERT_EQ(first->wait(seconds(30)), 0) << first->err();
+    ASSERT_TRUE(waitUntil([&] { return host->err().find("Disconnected from device") != std::string::npos; }))
+        << host->err();
+    auto second = sim("second", "set fader 0; wait 0.2");
+    ASSERT_EQ(second->wait(seconds(30)), 0) << second->err();
+    ASSERT_TRUE(waitUntil([&] { return midiLines(*host).size() >= 2; })) << host->out();
+    host->signal(SIGTERM);
+    ASSERT_EQ(host->wait(seconds(10)), 0);
+    EXPECT_EQ(midiLines(*host), (std::vector<std::string>{
+                                    "midi-out \"Havrel Output\" ump=40B00700 FFFFFFFF midi1=B0 07 7F",
+                                    "midi-out \"Havrel Output\" ump=40B00700 00000000 midi1=B0 07 00",
+                                }));
+}
+
+TEST_F(ProgramsTest, AClientSendingGarbageIsClosedAndTheCentralGoesOn) {
+    // A raw client on the port: the Central connects to it and gets garbage.
+    const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    int one = 1;
+    ::setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &one, sizeof(one));
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(port_);
+    ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+    ASSERT_EQ(::listen(listener, 4), 0);
+    auto host = central();
+    const int peer = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+    ASSERT_GE(peer, 0);
+    // A frame of an unknown type with a payload, then bytes that are no frame at all.
+    TNFrameHeader header;
+    header.type = 99;
+    header.payloadSize = 4;
+    const auto bytes = encodeFrameHeader(header);
+    ASSERT_EQ(::send(peer, bytes.data(), bytes.size(), MSG_NOSIGNAL), 16);
+    ASSERT_EQ(::send(peer, "junkjunkjunkjunkjunk", 20, MSG_NOSIGNAL), 20);
+    // The Central closes the connection: reading ends (pings may come first).
+    char buffer[256];
+    while (::recv(peer, buffer, sizeof(buffer), 0) > 0) {
+    }
+    ::close(peer);
+    ::close(listener);
+    EXPECT_TRUE(waitUntil([&] {
+        return host->err().find("Unexpected frame of type 99 — closing channel") != std::string::npos;
+    })) << host->err();
+
+    // And serves the next client as usual, once the closed connection has let go of the port.
+    ASSERT_TRUE(waitUntil([&] { return portIsFree(port_); }));
+    auto client = sim("sim", "set fader 1; wait 0.2");
+    ASSERT_EQ(client->wait(seconds(30)), 0) << client->err();
+    ASSERT_TRUE(waitUntil([&] { return midiLines(*host).size() == 1; })) << host->out();
+    host->signal(SIGTERM);
+    ASSERT_EQ(host->wait(seconds(10)), 0);
+    EXPECT_EQ(midiLines(*host).front(), "midi-out \"Havrel Output\" ump=40B00700 FFFFFFFF midi1=B0 07 7F");
+}
+
+TEST_F(ProgramsTest, SIGTERMDuringTrafficExitsCleanlyAndLeavesNoProcess) {
+    auto client = sim("sim", "sweep fader 0 1 10");
+    auto host = central();
+    ASSERT_TRUE(waitUntil([&] { return midiLines(*host).size() >= 20; })) << host->err();
+    host->signal(SIGTERM);
+    EXPECT_EQ(host->wait(seconds(10)), 0) << host->err();
+    EXPECT_NE(host->err().find("havrel-central: stopped"), std::string::npos);
+    // The client sees the Central go away and ends with its own status for that.
+    EXPECT_EQ(client->wait(seconds(10)), 3) << client->err();
+    EXPECT_NE(::kill(host->pid(), 0), 0);
+}
+
+}  // namespace
+}  // namespace havrel::testing
