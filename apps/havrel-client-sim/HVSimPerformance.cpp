@@ -42,7 +42,7 @@ std::vector<HVSimFrame> HVSimPerformance::frames(const std::vector<HVSimStep>& s
         };
         switch (step.kind) {
             case HVSimStepKind::set:
-                emit(time, kHVSimFrameRange, rangePayload(step.control, step.to));
+                emit(time, TNFrameTypeRangeData, rangePayload(step.control, step.to));
                 break;
             case HVSimStepKind::sweep: {
                 const std::size_t intervals = sweepIntervals(step.seconds, rate);
@@ -52,17 +52,17 @@ std::vector<HVSimFrame> HVSimPerformance::frames(const std::vector<HVSimStep>& s
                     for (std::size_t axis = 0; axis < positions.size(); ++axis) {
                         positions[axis] = step.from[axis] + (step.to[axis] - step.from[axis]) * fraction;
                     }
-                    emit(time + step.seconds * fraction, kHVSimFrameRange,
+                    emit(time + step.seconds * fraction, TNFrameTypeRangeData,
                          rangePayload(step.control, positions));
                 }
                 time += step.seconds;
                 break;
             }
             case HVSimStepKind::tap: {
-                emit(time, kHVSimFrameRange,
+                emit(time, TNFrameTypeRangeData,
                      rangePayload(step.control, std::vector<double>(step.control.axes, 1.0)));
                 time += step.seconds;
-                emit(time, kHVSimFrameRange,
+                emit(time, TNFrameTypeRangeData,
                      rangePayload(step.control, std::vector<double>(step.control.axes, 0.0)));
                 break;
             }
@@ -73,11 +73,11 @@ std::vector<HVSimFrame> HVSimPerformance::frames(const std::vector<HVSimStep>& s
                 const auto& bytes = step.payload;
                 auto command = RNBluetoothMIDICommandPure::MIDICommandWithStatus(
                     bytes[0], bytes.size() > 1 ? bytes[1] : 0, bytes.size() > 2 ? bytes[2] : 0);
-                emit(time, kHVSimFramePureMIDI, *command.data());
+                emit(time, TNFrameTypePureMIDIData, *command.data());
                 break;
             }
             case HVSimStepKind::change:
-                emit(time, kHVSimFrameChange, step.payload);
+                emit(time, TNFrameTypeChangeData, step.payload);
                 break;
         }
     }

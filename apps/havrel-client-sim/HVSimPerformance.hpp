@@ -3,6 +3,7 @@
 
 #include "havrel-client-sim/HVSimScript.hpp"
 #include "platform/Types.hpp"
+#include "transport/usb/TNFrameType.hpp"
 
 #include <cstddef>
 #include <cstdint>
@@ -11,14 +12,6 @@
 
 namespace havrel {
 
-// The frame types the simulated client speaks.
-inline constexpr std::uint32_t kHVSimFrameDeviceInfo = 100;
-inline constexpr std::uint32_t kHVSimFramePing = 102;
-inline constexpr std::uint32_t kHVSimFrameSyncData = 104;
-inline constexpr std::uint32_t kHVSimFramePureMIDI = 106;
-inline constexpr std::uint32_t kHVSimFrameChange = 107;
-inline constexpr std::uint32_t kHVSimFrameRange = 108;
-inline constexpr std::uint32_t kHVSimFrameCentralInfo = 110;
 
 struct HVSimFrame {
     double time = 0.0;  // seconds from the start of the performance

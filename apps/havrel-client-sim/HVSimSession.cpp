@@ -76,7 +76,7 @@ void HVSimSession::ioFrameChannelDidAcceptConnection(const std::shared_ptr<TNCha
     channel_ = newChannel;
     progress_(fmt::format("Central connected from {}", address.description()));
     MainQueue::shared().post([listening] { listening->close(); });
-    send(kHVSimFrameDeviceInfo, settings_.deviceInfo);
+    send(TNFrameTypeDeviceInfo, settings_.deviceInfo);
 }
 
 bool HVSimSession::ioFrameChannelShouldAcceptFrameOfType(const std::shared_ptr<TNChannel>& channel,
@@ -99,7 +99,7 @@ void HVSimSession::ioFrameChannelDidReceiveFrameOfType(const std::shared_ptr<TNC
         return;
     }
     // Pings and the Central's other frames need no answer from a client.
-    if (type == kHVSimFrameCentralInfo && !centralInfoRead_) {
+    if (type == TNFrameTypeCentralInfo && !centralInfoRead_) {
         centralInfoRead_ = true;
         readCentralInfo(payload ? payload->bytes() : ByteView{});
     }
@@ -118,7 +118,7 @@ void HVSimSession::readCentralInfo(ByteView payload) {
         end(kHVSimExitRefused, *info.refusal);
         return;
     }
-    send(kHVSimFrameSyncData, settings_.syncPayload);
+    send(TNFrameTypeSyncData, settings_.syncPayload);
     progress_(fmt::format("configuration sent ({} bytes); playing {} frames over {:.2f} s", settings_.syncPayload.size(),
                           settings_.frames.size(), settings_.duration));
     performanceStart_ = MainQueue::shared().now();

@@ -19,7 +19,7 @@ struct Entry {
 
 // The entries of a range frame as the Central decodes them.
 std::vector<Entry> decoded(const HVSimFrame& frame) {
-    EXPECT_EQ(frame.type, kHVSimFrameRange);
+    EXPECT_EQ(frame.type, TNFrameTypeRangeData);
     auto command = HVEncodedRangeCommand::initWithData(frame.payload);
     EXPECT_TRUE(command.has_value());
     std::vector<Entry> entries;
@@ -76,7 +76,7 @@ TEST_F(PerformanceTest, SmallScriptMakesTimedFramesOfEachType) {
     EXPECT_EQ(frames[1].cue, "tap pad 0.2");
     EXPECT_TRUE(frames[2].cue.empty());
 
-    EXPECT_EQ(frames[3].type, kHVSimFramePureMIDI);
+    EXPECT_EQ(frames[3].type, TNFrameTypePureMIDIData);
     auto midi = RNBluetoothMIDICommandPure::initWithData(frames[3].payload);
     ASSERT_TRUE(midi.has_value());
     EXPECT_EQ(midi->status, 0x90);
@@ -84,7 +84,7 @@ TEST_F(PerformanceTest, SmallScriptMakesTimedFramesOfEachType) {
     EXPECT_EQ(midi->data2, 0x64);
     EXPECT_EQ(frames[3].payload[0], 0x10);
 
-    EXPECT_EQ(frames[4].type, kHVSimFrameChange);
+    EXPECT_EQ(frames[4].type, TNFrameTypeChangeData);
     EXPECT_EQ(std::string(frames[4].payload.begin(), frames[4].payload.end()), "{\"changeType\": 2}");
     EXPECT_DOUBLE_EQ(frames[4].time, 0.7);
 

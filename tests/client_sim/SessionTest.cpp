@@ -30,8 +30,8 @@ public:
     void ioFrameChannelDidReceiveFrameOfType(const std::shared_ptr<TNChannel>& channel, std::uint32_t type,
                                              std::uint32_t tag, const std::shared_ptr<TNData>& payload) override {
         RecordingDelegate::ioFrameChannelDidReceiveFrameOfType(channel, type, tag, payload);
-        if (type == kHVSimFrameDeviceInfo && centralInfo) {
-            channel->sendFrameOfType(kHVSimFrameCentralInfo, 0, std::make_shared<const Bytes>(*centralInfo), nullptr);
+        if (type == TNFrameTypeDeviceInfo && centralInfo) {
+            channel->sendFrameOfType(TNFrameTypeCentralInfo, 0, std::make_shared<const Bytes>(*centralInfo), nullptr);
         }
         if (hangUpAfter && frames.size() == *hangUpAfter) {
             channel->close();

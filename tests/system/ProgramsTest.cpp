@@ -22,21 +22,9 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-// A port nothing listens on right now.
-std::uint16_t freePort() {
-    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof(address);
-    ::bind(fd, reinterpret_cast<sockaddr*>(&address), length);
-    ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-    ::close(fd);
-    return ntohs(address.sin_port);
-}
-
-// Whether a listener could bind the port now (a connection still closing holds it).
-bool portIsFree(std::uint16_t port) {
+// A TCP socket bound to 127.0.0.1:port (0: any free port) the way a listener binds it, or -1.
+// Not inherited by the programs the test starts.
+int boundSocket(std::uint16_t port) {
     const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     int one = 1;
     ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof(one));
@@ -44,9 +32,28 @@ bool portIsFree(std::uint16_t port) {
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     address.sin_port = htons(port);
-    const bool free = ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
+    if (::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
+        ::close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+// A port nothing listens on right now.
+std::uint16_t freePort() {
+    const int fd = boundSocket(0);
+    sockaddr_in address{};
+    socklen_t length = sizeof(address);
+    ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
     ::close(fd);
-    return free;
+    return ntohs(address.sin_port);
+}
+
+// Whether a listener could bind the port now (a connection still closing holds it).
+bool portIsFree(std::uint16_t port) {
+    const int fd = boundSocket(port);
+    if (fd >= 0) ::close(fd);
+    return fd >= 0;
 }
 
 std::vector<std::string> midiLines(const Process& central) {
@@ -154,14 +161,8 @@ TEST_F(ProgramsTest, AClientThatGoesAwayIsServedAgainWhenItComesBack) {
 
 TEST_F(ProgramsTest, AClientSendingGarbageIsClosedAndTheCentralGoesOn) {
     // A raw client on the port: the Central connects to it and gets garbage.
-    const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    int one = 1;
-    ::setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &one, sizeof(one));
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(port_);
-    ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+    const int listener = boundSocket(port_);
+    ASSERT_GE(listener, 0);
     ASSERT_EQ(::listen(listener, 4), 0);
     auto host = central();
     const int peer = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
