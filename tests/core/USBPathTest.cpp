@@ -19,6 +19,7 @@
 #include "model/HVMidiRangeContainer.hpp"
 #include "platform/DefaultsStore.hpp"
 #include "platform/HostPrompts.hpp"
+#include "platform/Log.hpp"
 #include "platform/PropertyList.hpp"
 #include "transport/usb/HVCentralUSBManager.hpp"
 #include "transport/usb/TNUSBHub.hpp"
@@ -73,7 +74,7 @@ protected:
     }
     void TearDown() override {
         HVCentralUSBManager::resetShared();
-        for (auto* device : {&localDevice_, &usbDevice_, &refusedDevice_}) {
+        for (auto* device : {&localDevice_, &usbDevice_, &refusedDevice_, &garbageDevice_}) {
             if (*device) {
                 (*device)->stop();
             }
@@ -111,6 +112,7 @@ protected:
     std::unique_ptr<FakeClientDevice> localDevice_;
     std::unique_ptr<FakeClientDevice> usbDevice_;
     std::unique_ptr<FakeClientDevice> refusedDevice_;
+    std::unique_ptr<FakeClientDevice> garbageDevice_;
 };
 
 TEST_F(USBPathTest, TwoClientsDriveMIDIAndANewerAPIIsRefusedButAnswered) {
@@ -176,10 +178,22 @@ TEST_F(USBPathTest, TwoClientsDriveMIDIAndANewerAPIIsRefusedButAnswered) {
     EXPECT_EQ(registry->usbClients().size(), 2u);
     EXPECT_EQ(registry->usbClientWithDeviceID(6), nullptr);
 
+    // A first frame that is no property list: one log line, a refused record, nothing else.
+    {
+        ScopedLogCapture capture;
+        garbageDevice_ = FakeClientDevice::listening();
+        standIn_->attachDevice(8, garbageDevice_->port());
+        ASSERT_TRUE(pump([&] { return garbageDevice_->connected(); }));
+        garbageDevice_->send(100, std::string("\x01\x02 not a property list"));
+        ASSERT_TRUE(pump([&] { return registry->usbClients().size() == 3; }));
+        EXPECT_EQ(capture.count("is not a property list"), 1u);
+        EXPECT_EQ(registry->usbClientWithDeviceID(8)->state, RNClientStateRefused);
+    }
+
     // Detaching the USB device removes its record; the local client stays.
     standIn_->detachDevice(5);
-    ASSERT_TRUE(pump([&] { return registry->usbClients().size() == 1; }));
-    EXPECT_EQ(registry->usbClients().front()->connectionName, "Local Pad");
+    ASSERT_TRUE(pump([&] { return registry->usbClientWithDeviceID(5) == nullptr; }));
+    EXPECT_EQ(registry->usbClientWithDeviceID(std::nullopt)->connectionName, "Local Pad");
 }
 
 }  // namespace

@@ -19,16 +19,13 @@ bool RNUSBConnectionManager::ioFrameChannelShouldAcceptFrameOfType(const std::sh
     return false;
 }
 
-Dictionary RNUSBConnectionManager::infoFromDeviceInfoPayload(ByteView payload, const std::string& channelLabel) {
+Dictionary RNUSBConnectionManager::infoFromDeviceInfoPayload(ByteView payload) {
     std::string text;
     if (auto decoded = propertyListFromData(payload)) {
         auto xml = propertyListData(*decoded, PropertyListFormat::xml);
         if (xml.data) {
             text.assign(xml.data->begin(), xml.data->end());
         }
-    }
-    if (text.empty()) {
-        logf("device info frame from {} is not a property list — refusing the client", channelLabel);
     }
     return Dictionary{{"info", text}};
 }
@@ -39,7 +36,7 @@ void RNUSBConnectionManager::ioFrameChannelDidReceiveFrameOfType(const std::shar
     if (type != TNFrameTypeDeviceInfo || !payload) {
         return;
     }
-    const Dictionary info = infoFromDeviceInfoPayload(payload->bytes(), channel->hvUserInfo);
+    const Dictionary info = infoFromDeviceInfoPayload(payload->bytes());
     if (auto target = delegateOrNull()) {
         target->RNUSBConnectionManagerDidConnectToDeviceID(*this, channel->deviceID, info, channel);
     }

@@ -58,9 +58,9 @@ public:
                                              std::uint32_t tag, const std::shared_ptr<TNData>& payload) override;
 
     // The "info" dictionary of a client's first frame: the XML property-list text of the
-    // decoded payload, or an empty text (after a log line) when the payload is not a property
-    // list, so the client is refused and the process goes on.
-    static Dictionary infoFromDeviceInfoPayload(ByteView payload, const std::string& channelLabel);
+    // decoded payload, or an empty text when the payload is not a property list, which the
+    // registry refuses (with its log line) while the process goes on.
+    static Dictionary infoFromDeviceInfoPayload(ByteView payload);
 
 protected:
     RNUSBConnectionManager() = default;

@@ -168,7 +168,6 @@ TEST_F(USBConnectionManagerTest, GarbageDeviceInfoRefusesTheClientWithoutEndingA
     device_->send(100, std::string("this is not a property list"));
     ASSERT_TRUE(runMainQueueUntil([&] { return delegate_->connects.size() == 1; }));
     EXPECT_EQ(delegate_->connects.front().info["info"], "");
-    EXPECT_EQ(capture.count("is not a property list — refusing the client"), 1u);
     // The channel stays up and frames still arrive.
     device_->send(108, Bytes{9});
     ASSERT_TRUE(runMainQueueUntil([&] { return delegate_->received.size() == 1; }));
