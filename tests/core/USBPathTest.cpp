@@ -61,6 +61,14 @@ Bytes range(double position) {
                 .data();
 }
 
+std::size_t openDescriptorCount() {
+    std::size_t count = 0;
+    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        ++count;
+    }
+    return count;
+}
+
 class USBPathTest : public MIDIIO::testing::LoopbackTest {
 protected:
     void SetUp() override {
@@ -99,11 +107,13 @@ protected:
             if (std::chrono::steady_clock::now() > end) {
                 return false;
             }
-            clock.advance(std::chrono::milliseconds(1));
+            clock.advance(step_);
             server->flush();
         }
         return true;
     }
+
+    std::chrono::milliseconds step_{1};
 
     std::filesystem::path folder_;
     std::shared_ptr<ScriptedHostPrompts> prompts_ = std::make_shared<ScriptedHostPrompts>();
@@ -194,6 +204,34 @@ TEST_F(USBPathTest, TwoClientsDriveMIDIAndANewerAPIIsRefusedButAnswered) {
     standIn_->detachDevice(5);
     ASSERT_TRUE(pump([&] { return registry->usbClientWithDeviceID(5) == nullptr; }));
     EXPECT_EQ(registry->usbClientWithDeviceID(std::nullopt)->connectionName, "Local Pad");
+}
+
+TEST_F(USBPathTest, TwoHundredVisitsOnTheLocalPathLeaveNoRecordTimerOrDescriptor) {
+    HVCentralUSBManager::Options options;
+    options.localPort = localDevice_->port();
+    options.useUSBHub = false;
+    auto usb = HVCentralUSBManager::instantiateWithProductToSendOut("Havrel Test", "1.0", options);
+    HavrelCoreBaseMac::instantiateWithProductToSendOut("Havrel Test", "1.0", "2.1");
+    auto registry = HVCentralConnectionManager::sharedInstance();
+    ASSERT_TRUE(pump([&] { return localDevice_->connected(); }));
+    const std::size_t descriptorsBefore = openDescriptorCount();
+    // Each visit waits for the 2 s local probe: let virtual time pass in larger steps.
+    step_ = std::chrono::milliseconds(25);
+    for (int visit = 0; visit < 200; ++visit) {
+        ASSERT_TRUE(pump([&] { return localDevice_->connected(); })) << "visit " << visit;
+        localDevice_->send(100, deviceInfo("Local Pad", "local-1", "2.1"));
+        localDevice_->send(104, faderDocument(7, 1));
+        ASSERT_TRUE(pump([&] {
+            auto record = registry->usbClientWithDeviceID(std::nullopt);
+            return record && record->configuration;
+        })) << "visit " << visit;
+        localDevice_->closePeer();
+        ASSERT_TRUE(pump([&] { return registry->clients.empty(); })) << "visit " << visit;
+    }
+    EXPECT_TRUE(usb->connectionManager()->connectedChannels.empty() ||
+                usb->connectionManager()->connectedChannels.size() == 1);
+    EXPECT_FALSE(usb->connectionManager()->hasScannerTimer());
+    EXPECT_LE(openDescriptorCount(), descriptorsBefore + 1);  // the next visit's connection may be open
 }
 
 }  // namespace

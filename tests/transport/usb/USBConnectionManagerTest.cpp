@@ -173,6 +173,24 @@ TEST_F(USBConnectionManagerTest, GarbageDeviceInfoRefusesTheClientWithoutEndingA
     ASSERT_TRUE(runMainQueueUntil([&] { return delegate_->received.size() == 1; }));
 }
 
+TEST_F(USBConnectionManagerTest, WithNoUsbmuxDaemonTheLocalPathGoesOn) {
+    ScopedLogCapture capture;
+    ::setenv("USBMUXD_SOCKET_ADDRESS", "UNIX:/nonexistent/havrel-test-usbmuxd", 1);
+    TNUSBHub::setSharedHubForTesting(nullptr);
+    RNUSBServerConnectionManager::Options options;
+    options.localPort = device_->port();
+    manager_ = RNUSBServerConnectionManager::initWithProductIdentifier("Havrel", "1.0", options);
+    manager_->delegate = delegate_;
+    ASSERT_TRUE(runMainQueueUntil([&] { return device_->connected() && !manager_->connectedChannels.empty(); }));
+    EXPECT_TRUE(runMainQueueUntil([&] { return capture.contains("TNUSBHub failed to initialize"); }));
+    device_->send(108, Bytes{1});
+    EXPECT_TRUE(runMainQueueUntil([&] { return delegate_->received.size() == 1; }));
+    manager_->stop();
+    manager_.reset();
+    TNUSBHub::setSharedHubForTesting(nullptr);
+    ::unsetenv("USBMUXD_SOCKET_ADDRESS");
+}
+
 TEST_F(USBConnectionManagerTest, PingsEveryConnectedChannelWithFreshTags) {
     startLocalOnly();
     ASSERT_TRUE(runMainQueueUntil([&] { return device_->framesOfType(102).size() >= 2; }));
