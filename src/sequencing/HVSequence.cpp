@@ -137,7 +137,6 @@ void HVSequenceManager::resetSharedInstanceForTesting() {
     if (auto old = sharedSlot().take(); old && old->timer_) {
         old->timer_->invalidate();
     }
-    sharedInstance();
 }
 
 void HVSequenceManager::start() {

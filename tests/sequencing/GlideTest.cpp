@@ -12,20 +12,21 @@ namespace {
 
 using std::chrono::milliseconds;
 
-// CTest runs each test in a process of its own: here nothing has made the sequence scheduler when
-// the test starts, and the axis must find the glide maker by itself.
+// Every test here forgets the sequence scheduler when it ends (and CTest runs each in a process of
+// its own): nothing has made the scheduler when this test starts, and the axis must find the
+// glide maker by itself.
 class FreshProcessTest : public ::testing::Test {
 protected:
-    void TearDown() override { HVSequenceManager::sharedInstance()->cancelAllSequences(); }
+    void TearDown() override { HVSequenceManager::resetSharedInstanceForTesting(); }
 
     ManualClockScope scope_;
 };
 
 class SequencingTest : public ::testing::Test {
 protected:
-    void SetUp() override { HVSequenceManager::resetSharedInstanceForTesting(); }
     void TearDown() override {
         HVSequenceManager::sharedInstance()->cancelAllSequences();
+        HVSequenceManager::resetSharedInstanceForTesting();
         NotificationCenter::defaultCenter().removeObserver(this);
     }
 
