@@ -63,7 +63,6 @@ struct Path {
         auto configuration = HVConnectionTypeConfiguration::create();
         configuration->productToSendOut = "Havrel Bench";
         midi = HVMIDIManager::initSharedMinimalWithConnectionConfiguration(configuration);
-        HVTransmissionManager::setShared(HVCentralTransmissionManager::sharedInstance());
         dispatch.registerValueChangeObserversIfNeeded();
 
         listener = MIDIIO::MIDIManager::create("Listener", "Havrel", "HavrelApps");

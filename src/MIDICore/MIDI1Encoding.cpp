@@ -98,7 +98,8 @@ std::vector<std::uint8_t> MIDIEvent::midi1RawBytes() const {
 
 std::optional<std::uint8_t> MIDIEvent::midi1RawStatusByte() const {
     if (isSystemExclusive()) {
-        return index() <= 13 ? std::optional<std::uint8_t>(0xF0) : std::nullopt;
+        const bool sevenBit = isSystemExclusive(EnumSet<SysExType>{SysExType::sysEx7, SysExType::universalSysEx7});
+        return sevenBit ? std::optional<std::uint8_t>(0xF0) : std::nullopt;
     }
     if (get<RPN>() || get<NRPN>()) {
         return std::nullopt;

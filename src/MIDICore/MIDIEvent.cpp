@@ -135,15 +135,43 @@ struct Describe {
     std::string operator()(const MIDIEvent::SongSelect& p) const {
         return call("songSelect", {field("number", p.number.description()), groupText(p.group)});
     }
-    template <int Index>
-    std::string operator()(const MIDIEvent::GroupOnly<Index>& p) const {
-        static constexpr const char* names[] = {"tuneRequest", "timingClock", "start", "continue",
-                                                "stop", "activeSensing", "systemReset", "noOp"};
-        return call(names[Index - 19], {groupText(p.group)});
+    template <auto Case>
+    std::string operator()(const EventPayload::StatusOnly<Case>& p) const {
+        return call(caseName(Case), {groupText(p.group)});
     }
-    template <int Index>
-    std::string operator()(const MIDIEvent::JRTime<Index>& p) const {
-        return call(Index == 27 ? "jrClock" : "jrTimestamp", {field("time", std::to_string(p.time)), groupText(p.group)});
+    template <UtilityType Case>
+    std::string operator()(const EventPayload::JRTime<Case>& p) const {
+        return call(caseName(Case), {field("time", std::to_string(p.time)), groupText(p.group)});
+    }
+
+private:
+    static const char* caseName(SysCommonType type) {
+        switch (type) {
+            case SysCommonType::timecodeQuarterFrame: return "timecodeQuarterFrame";
+            case SysCommonType::songPositionPointer: return "songPositionPointer";
+            case SysCommonType::songSelect: return "songSelect";
+            case SysCommonType::tuneRequest: return "tuneRequest";
+        }
+        return "";
+    }
+    static const char* caseName(SysRealTimeType type) {
+        switch (type) {
+            case SysRealTimeType::timingClock: return "timingClock";
+            case SysRealTimeType::start: return "start";
+            case SysRealTimeType::continue_: return "continue";
+            case SysRealTimeType::stop: return "stop";
+            case SysRealTimeType::activeSensing: return "activeSensing";
+            case SysRealTimeType::systemReset: return "systemReset";
+        }
+        return "";
+    }
+    static const char* caseName(UtilityType type) {
+        switch (type) {
+            case UtilityType::noOp: return "noOp";
+            case UtilityType::jrClock: return "jrClock";
+            case UtilityType::jrTimestamp: return "jrTimestamp";
+        }
+        return "";
     }
 };
 

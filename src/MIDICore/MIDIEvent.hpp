@@ -1,26 +1,20 @@
 #pragma once
-// MIDIEvent: the one currency of the MIDI library, a tagged union of 29 cases in this order
-// (the class predicates are index ranges of it):
-//   0 noteOn  1 noteOff  2 noteCC  3 notePitchBend  4 notePressure  5 noteManagement  6 cc
-//   7 programChange  8 pitchBend  9 pressure  10 rpn  11 nrpn            (channel voice)
-//   12 sysEx7  13 universalSysEx7  14 sysEx8  15 universalSysEx8          (system exclusive)
-//   16 timecodeQuarterFrame  17 songPositionPointer  18 songSelect  19 tuneRequest (common)
-//   20 timingClock  21 start  22 continue  23 stop  24 activeSensing  25 systemReset (real time)
-//   26 noOp  27 jrClock  28 jrTimestamp                                   (utility)
+// MIDIEvent: the one currency of the MIDI library, a tagged union of 29 cases in five families,
+// each family's cases side by side in the order of its type enum:
+//   channel voice (ChanVoiceType)    noteOn ... nrpn              MIDIEventChannelVoice.hpp
+//   system exclusive (SysExType)     sysEx7 ... universalSysEx8   MIDIEventSysEx.hpp
+//   system common (SysCommonType)    timecodeQuarterFrame ... tuneRequest  MIDIEventSystem.hpp
+//   system real time (SysRealTimeType)  timingClock ... systemReset       MIDIEventSystem.hpp
+//   utility (UtilityType)            noOp, jrClock, jrTimestamp   MIDIEventUtility.hpp
 // Each case has a payload struct of the same name; events are plain values, channel-voice
 // payloads hold no heap memory. `continue` is a C++ keyword: its constructor is `continue_`.
 
-#include "MIDICore/ChanVoiceValues.hpp"
-#include "MIDICore/Controller.hpp"
 #include "MIDICore/EnumSet.hpp"
-#include "MIDICore/EventFields.hpp"
-#include "MIDICore/MIDINote.hpp"
+#include "MIDICore/MIDIEventChannelVoice.hpp"
+#include "MIDICore/MIDIEventSysEx.hpp"
+#include "MIDICore/MIDIEventSystem.hpp"
+#include "MIDICore/MIDIEventUtility.hpp"
 #include "MIDICore/MIDIUMPTypes.hpp"
-#include "MIDICore/MIDIUnsignedInteger.hpp"
-#include "MIDICore/NoteAttribute.hpp"
-#include "MIDICore/ParameterNumber.hpp"
-#include "MIDICore/PerNoteController.hpp"
-#include "MIDICore/SysExID.hpp"
 
 #include <array>
 #include <cstddef>
@@ -37,21 +31,24 @@
 
 namespace MIDICore {
 
-enum class ChanVoiceType : std::uint8_t {
-    noteOn, noteOff, noteCC, notePitchBend, notePressure, noteManagement, cc, programChange, pitchBend,
-    pressure, rpn, nrpn,
+// The first and last payload of each family; the cases between them follow its type enum.
+template <class Type>
+struct EventFamily;
+template <class FirstPayload, class LastPayload>
+struct EventFamilyBounds {
+    using First = FirstPayload;
+    using Last = LastPayload;
 };
-enum class SysExType : std::uint8_t { sysEx7, universalSysEx7, sysEx8, universalSysEx8 };
-enum class SysCommonType : std::uint8_t { timecodeQuarterFrame, songPositionPointer, songSelect, tuneRequest };
-enum class SysRealTimeType : std::uint8_t { timingClock, start, continue_, stop, activeSensing, systemReset };
-enum class UtilityType : std::uint8_t { noOp, jrClock, jrTimestamp };
-
-// The data bytes of a MIDI 1.0 message: data2 is absent for the one-byte forms.
-struct MIDI1DataBytes {
-    std::uint8_t data1 = 0;
-    std::optional<std::uint8_t> data2;
-    friend constexpr bool operator==(const MIDI1DataBytes&, const MIDI1DataBytes&) = default;
-};
+template <>
+struct EventFamily<ChanVoiceType> : EventFamilyBounds<EventPayload::NoteOn, EventPayload::NRPN> {};
+template <>
+struct EventFamily<SysExType> : EventFamilyBounds<EventPayload::SysEx7, EventPayload::UniversalSysEx8> {};
+template <>
+struct EventFamily<SysCommonType> : EventFamilyBounds<EventPayload::TimecodeQuarterFrame, EventPayload::TuneRequest> {};
+template <>
+struct EventFamily<SysRealTimeType> : EventFamilyBounds<EventPayload::TimingClock, EventPayload::SystemReset> {};
+template <>
+struct EventFamily<UtilityType> : EventFamilyBounds<EventPayload::NoOp, EventPayload::JRTimestamp> {};
 
 class MIDIEvent {
 public:
@@ -74,208 +71,36 @@ public:
     using SysExID = MIDICore::SysExID;
     using UniversalSysExType = MIDICore::UniversalSysExType;
 
-    struct NoteOn {
-        MIDINote note;
-        ChanVoice7Bit16BitValue::Validated _velocity;
-        NoteAttribute attribute;
-        UInt4 channel;
-        UInt4 group;
-        bool midi1ZeroVelocityAsNoteOff = true;
-        ChanVoice7Bit16BitValue velocity() const { return _velocity.wrappedValue(); }
-        void setVelocity(ChanVoice7Bit16BitValue value) { _velocity.setWrappedValue(value); }
-        // The status byte and data bytes of the MIDI 1.0 form (the first message of it).
-        std::uint8_t midi1RawStatusByte() const;
-        MIDI1DataBytes midi1RawDataBytes() const;
-        friend bool operator==(const NoteOn&, const NoteOn&) = default;
-    };
-    struct NoteOff {
-        MIDINote note;
-        ChanVoice7Bit16BitValue::Validated _velocity;
-        NoteAttribute attribute;
-        UInt4 channel;
-        UInt4 group;
-        ChanVoice7Bit16BitValue velocity() const { return _velocity.wrappedValue(); }
-        void setVelocity(ChanVoice7Bit16BitValue value) { _velocity.setWrappedValue(value); }
-        // The status byte and data bytes of the MIDI 1.0 form (the first message of it).
-        std::uint8_t midi1RawStatusByte() const;
-        MIDI1DataBytes midi1RawDataBytes() const;
-        friend bool operator==(const NoteOff&, const NoteOff&) = default;
-    };
-    struct NoteCC {
-        MIDINote note;
-        PerNoteController controller;
-        ChanVoice32BitValue::Validated _value;
-        UInt4 channel;
-        UInt4 group;
-        ChanVoice32BitValue value() const { return _value.wrappedValue(); }
-        void setValue(ChanVoice32BitValue value) { _value.setWrappedValue(value); }
-        friend bool operator==(const NoteCC&, const NoteCC&) = default;
-    };
-    struct NotePitchBend {
-        MIDINote note;
-        ChanVoice32BitValue::Validated _value;
-        UInt4 channel;
-        UInt4 group;
-        ChanVoice32BitValue value() const { return _value.wrappedValue(); }
-        void setValue(ChanVoice32BitValue value) { _value.setWrappedValue(value); }
-        friend bool operator==(const NotePitchBend&, const NotePitchBend&) = default;
-    };
-    struct NotePressure {
-        MIDINote note;
-        ChanVoice7Bit32BitValue::Validated _amount;
-        UInt4 channel;
-        UInt4 group;
-        ChanVoice7Bit32BitValue amount() const { return _amount.wrappedValue(); }
-        void setAmount(ChanVoice7Bit32BitValue value) { _amount.setWrappedValue(value); }
-        // The status byte and data bytes of the MIDI 1.0 form (the first message of it).
-        std::uint8_t midi1RawStatusByte() const;
-        MIDI1DataBytes midi1RawDataBytes() const;
-        friend bool operator==(const NotePressure&, const NotePressure&) = default;
-    };
-    struct NoteManagement {
-        MIDINote note;
-        OptionFlags flags;
-        UInt4 channel;
-        UInt4 group;
-        friend bool operator==(const NoteManagement&, const NoteManagement&) = default;
-    };
-    struct CC {
-        Controller controller;
-        ChanVoice7Bit32BitValue::Validated _value;
-        UInt4 channel;
-        UInt4 group;
-        ChanVoice7Bit32BitValue value() const { return _value.wrappedValue(); }
-        void setValue(ChanVoice7Bit32BitValue value) { _value.setWrappedValue(value); }
-        // The status byte and data bytes of the MIDI 1.0 form (the first message of it).
-        std::uint8_t midi1RawStatusByte() const;
-        MIDI1DataBytes midi1RawDataBytes() const;
-        friend bool operator==(const CC&, const CC&) = default;
-    };
-    struct ProgramChange {
-        UInt7 program;
-        Bank bank;
-        UInt4 channel;
-        UInt4 group;
-        // The status byte and data bytes of the MIDI 1.0 form (the first message of it).
-        std::uint8_t midi1RawStatusByte() const;
-        MIDI1DataBytes midi1RawDataBytes() const;
-        friend bool operator==(const ProgramChange&, const ProgramChange&) = default;
-    };
-    struct PitchBend {
-        ChanVoice14Bit32BitValue::Validated _value;
-        UInt4 channel;
-        UInt4 group;
-        ChanVoice14Bit32BitValue value() const { return _value.wrappedValue(); }
-        void setValue(ChanVoice14Bit32BitValue value) { _value.setWrappedValue(value); }
-        // The status byte and data bytes of the MIDI 1.0 form (the first message of it).
-        std::uint8_t midi1RawStatusByte() const;
-        MIDI1DataBytes midi1RawDataBytes() const;
-        friend bool operator==(const PitchBend&, const PitchBend&) = default;
-    };
-    struct Pressure {
-        ChanVoice7Bit32BitValue::Validated _amount;
-        UInt4 channel;
-        UInt4 group;
-        ChanVoice7Bit32BitValue amount() const { return _amount.wrappedValue(); }
-        void setAmount(ChanVoice7Bit32BitValue value) { _amount.setWrappedValue(value); }
-        // The status byte and data bytes of the MIDI 1.0 form (the first message of it).
-        std::uint8_t midi1RawStatusByte() const;
-        MIDI1DataBytes midi1RawDataBytes() const;
-        friend bool operator==(const Pressure&, const Pressure&) = default;
-    };
-    struct RPN {
-        RegisteredController parameter;
-        MIDI2ParameterNumberChange change;
-        UInt4 channel;
-        UInt4 group;
-        friend bool operator==(const RPN&, const RPN&) = default;
-    };
-    struct NRPN {
-        AssignableController parameter;
-        MIDI2ParameterNumberChange change;
-        UInt4 channel;
-        UInt4 group;
-        friend bool operator==(const NRPN&, const NRPN&) = default;
-    };
-    struct SysEx7 {
-        SysExManufacturer manufacturer;
-        std::vector<std::uint8_t> data;
-        UInt4 group;
-        // 0xF0, the ID bytes, data, 0xF7; the framing bytes only where asked for.
-        std::vector<std::uint8_t> midi1RawBytes(bool leadingF0 = true, bool trailingF7 = true) const;
-        // The same bytes as two-digit upper-case hexadecimal, no prefix, joined by the separator.
-        std::string midi1RawHexString(bool leadingF0 = true, bool trailingF7 = true,
-                                      std::optional<std::string_view> separator = " ") const;
-        friend bool operator==(const SysEx7&, const SysEx7&) = default;
-    };
-    struct UniversalSysEx7 {
-        UniversalSysExType universalType;
-        UInt7 deviceID;
-        UInt7 subID1;
-        UInt7 subID2;
-        std::vector<std::uint8_t> data;
-        UInt4 group;
-        // 0xF0, the ID bytes, data, 0xF7; the framing bytes only where asked for.
-        std::vector<std::uint8_t> midi1RawBytes(bool leadingF0 = true, bool trailingF7 = true) const;
-        // The same bytes as two-digit upper-case hexadecimal, no prefix, joined by the separator.
-        std::string midi1RawHexString(bool leadingF0 = true, bool trailingF7 = true,
-                                      std::optional<std::string_view> separator = " ") const;
-        friend bool operator==(const UniversalSysEx7&, const UniversalSysEx7&) = default;
-    };
-    struct SysEx8 {
-        SysExManufacturer manufacturer;
-        std::vector<std::uint8_t> data;
-        std::uint8_t streamID = 0;
-        UInt4 group;
-        friend bool operator==(const SysEx8&, const SysEx8&) = default;
-    };
-    struct UniversalSysEx8 {
-        UniversalSysExType universalType;
-        UInt7 deviceID;
-        UInt7 subID1;
-        UInt7 subID2;
-        std::vector<std::uint8_t> data;
-        std::uint8_t streamID = 0;
-        UInt4 group;
-        friend bool operator==(const UniversalSysEx8&, const UniversalSysEx8&) = default;
-    };
-    struct TimecodeQuarterFrame {
-        UInt7 dataByte;
-        UInt4 group;
-        friend bool operator==(const TimecodeQuarterFrame&, const TimecodeQuarterFrame&) = default;
-    };
-    struct SongPositionPointer {
-        UInt14 midiBeat;
-        UInt4 group;
-        friend bool operator==(const SongPositionPointer&, const SongPositionPointer&) = default;
-    };
-    struct SongSelect {
-        UInt7 number;
-        UInt4 group;
-        friend bool operator==(const SongSelect&, const SongSelect&) = default;
-    };
-    // The status-only system messages and the utility no-op: a group and nothing else.
-    template <int Index>
-    struct GroupOnly {
-        UInt4 group;
-        friend bool operator==(const GroupOnly&, const GroupOnly&) = default;
-    };
-    using TuneRequest = GroupOnly<19>;
-    using TimingClock = GroupOnly<20>;
-    using Start = GroupOnly<21>;
-    using Continue = GroupOnly<22>;
-    using Stop = GroupOnly<23>;
-    using ActiveSensing = GroupOnly<24>;
-    using SystemReset = GroupOnly<25>;
-    using NoOp = GroupOnly<26>;
-    template <int Index>
-    struct JRTime {
-        std::uint16_t time = 0;
-        UInt4 group;
-        friend bool operator==(const JRTime&, const JRTime&) = default;
-    };
-    using JRClock = JRTime<27>;
-    using JRTimestamp = JRTime<28>;
+    // The payloads, under the names of their cases.
+    using NoteOn = EventPayload::NoteOn;
+    using NoteOff = EventPayload::NoteOff;
+    using NoteCC = EventPayload::NoteCC;
+    using NotePitchBend = EventPayload::NotePitchBend;
+    using NotePressure = EventPayload::NotePressure;
+    using NoteManagement = EventPayload::NoteManagement;
+    using CC = EventPayload::CC;
+    using ProgramChange = EventPayload::ProgramChange;
+    using PitchBend = EventPayload::PitchBend;
+    using Pressure = EventPayload::Pressure;
+    using RPN = EventPayload::RPN;
+    using NRPN = EventPayload::NRPN;
+    using SysEx7 = EventPayload::SysEx7;
+    using UniversalSysEx7 = EventPayload::UniversalSysEx7;
+    using SysEx8 = EventPayload::SysEx8;
+    using UniversalSysEx8 = EventPayload::UniversalSysEx8;
+    using TimecodeQuarterFrame = EventPayload::TimecodeQuarterFrame;
+    using SongPositionPointer = EventPayload::SongPositionPointer;
+    using SongSelect = EventPayload::SongSelect;
+    using TuneRequest = EventPayload::TuneRequest;
+    using TimingClock = EventPayload::TimingClock;
+    using Start = EventPayload::Start;
+    using Continue = EventPayload::Continue;
+    using Stop = EventPayload::Stop;
+    using ActiveSensing = EventPayload::ActiveSensing;
+    using SystemReset = EventPayload::SystemReset;
+    using NoOp = EventPayload::NoOp;
+    using JRClock = EventPayload::JRClock;
+    using JRTimestamp = EventPayload::JRTimestamp;
 
     using Payload = std::variant<NoteOn, NoteOff, NoteCC, NotePitchBend, NotePressure, NoteManagement, CC,
                                  ProgramChange, PitchBend, Pressure, RPN, NRPN, SysEx7, UniversalSysEx7, SysEx8,
@@ -286,7 +111,15 @@ public:
     template <class P>
     static constexpr bool isPayload = []<std::size_t... I>(std::index_sequence<I...>) {
         return (std::is_same_v<P, std::variant_alternative_t<I, Payload>> || ...);
-    }(std::make_index_sequence<29>{});
+    }(std::make_index_sequence<std::variant_size_v<Payload>>{});
+    // The position of a payload in the union.
+    template <class P>
+        requires isPayload<P>
+    static constexpr std::size_t indexOf = []<std::size_t... I>(std::index_sequence<I...>) {
+        std::size_t found = 0;
+        ((std::is_same_v<P, std::variant_alternative_t<I, Payload>> ? found = I : 0), ...);
+        return found;
+    }(std::make_index_sequence<std::variant_size_v<Payload>>{});
 
     template <class P>
         requires isPayload<P>
@@ -470,17 +303,29 @@ public:
         return std::visit([](const auto& p) { return p.group; }, payload_);
     }
 
-    bool isChannelVoice() const { return index() <= 11; }
-    bool isSystemExclusive() const { return index() >= 12 && index() <= 15; }
-    bool isSystemCommon() const { return index() >= 16 && index() <= 19; }
-    bool isSystemRealTime() const { return index() >= 20 && index() <= 25; }
-    bool isUtility() const { return index() >= 26; }
+    bool isChannelVoice() const { return typeIn<ChanVoiceType>().has_value(); }
+    bool isSystemExclusive() const { return typeIn<SysExType>().has_value(); }
+    bool isSystemCommon() const { return typeIn<SysCommonType>().has_value(); }
+    bool isSystemRealTime() const { return typeIn<SysRealTimeType>().has_value(); }
+    bool isUtility() const { return typeIn<UtilityType>().has_value(); }
 
-    std::optional<ChanVoiceType> chanVoiceType() const { return typeIn<ChanVoiceType>(0, 11); }
-    std::optional<SysExType> sysExType() const { return typeIn<SysExType>(12, 15); }
-    std::optional<SysCommonType> sysCommonType() const { return typeIn<SysCommonType>(16, 19); }
-    std::optional<SysRealTimeType> sysRealTimeType() const { return typeIn<SysRealTimeType>(20, 25); }
-    std::optional<UtilityType> utilityType() const { return typeIn<UtilityType>(26, 28); }
+    std::optional<ChanVoiceType> chanVoiceType() const { return typeIn<ChanVoiceType>(); }
+    std::optional<SysExType> sysExType() const { return typeIn<SysExType>(); }
+    std::optional<SysCommonType> sysCommonType() const { return typeIn<SysCommonType>(); }
+    std::optional<SysRealTimeType> sysRealTimeType() const { return typeIn<SysRealTimeType>(); }
+    std::optional<UtilityType> utilityType() const { return typeIn<UtilityType>(); }
+
+    // The type of the event within the family of Type; absent for an event of another family.
+    template <class Type>
+    std::optional<Type> typeIn() const {
+        constexpr std::size_t first = indexOf<typename EventFamily<Type>::First>;
+        constexpr std::size_t last = indexOf<typename EventFamily<Type>::Last>;
+        const std::size_t i = index();
+        if (i < first || i > last) {
+            return std::nullopt;
+        }
+        return static_cast<Type>(i - first);
+    }
 
     bool isChannelVoice(ChanVoiceType type) const { return chanVoiceType() == type; }
     bool isChannelVoice(EnumSet<ChanVoiceType> types) const { return chanVoiceType() && types.contains(*chanVoiceType()); }
@@ -522,14 +367,6 @@ public:
     friend bool operator==(const MIDIEvent&, const MIDIEvent&) = default;
 
 private:
-    template <class E>
-    std::optional<E> typeIn(std::size_t first, std::size_t last) const {
-        auto i = index();
-        if (i < first || i > last) {
-            return std::nullopt;
-        }
-        return static_cast<E>(i - first);
-    }
     static DataEntryBytes dataBytes(UInt14 data) {
         auto pair = data.midiUInt7Pair();
         return DataEntryBytes{pair.msb, pair.lsb};
@@ -540,5 +377,28 @@ private:
 
     Payload payload_;
 };
+
+namespace detail {
+template <class Type>
+constexpr std::size_t firstIndex = MIDIEvent::indexOf<typename EventFamily<Type>::First>;
+template <class Type>
+constexpr std::size_t lastIndex = MIDIEvent::indexOf<typename EventFamily<Type>::Last>;
+// The family holds one payload per case of its enum, up to LastCase.
+template <class Type, Type LastCase>
+constexpr bool spansItsCases = lastIndex<Type> - firstIndex<Type> == static_cast<std::size_t>(LastCase);
+template <class Type, class Next>
+constexpr bool isFollowedBy = lastIndex<Type> + 1 == firstIndex<Next>;
+}  // namespace detail
+
+// The families fill the union one after another, each in the order of its type enum.
+static_assert(detail::firstIndex<ChanVoiceType> == 0 &&
+              detail::lastIndex<UtilityType> + 1 == std::variant_size_v<MIDIEvent::Payload>);
+static_assert(detail::spansItsCases<ChanVoiceType, ChanVoiceType::nrpn> &&
+              detail::spansItsCases<SysExType, SysExType::universalSysEx8> &&
+              detail::spansItsCases<SysCommonType, SysCommonType::tuneRequest> &&
+              detail::spansItsCases<SysRealTimeType, SysRealTimeType::systemReset> &&
+              detail::spansItsCases<UtilityType, UtilityType::jrTimestamp>);
+static_assert(detail::isFollowedBy<ChanVoiceType, SysExType> && detail::isFollowedBy<SysExType, SysCommonType> &&
+              detail::isFollowedBy<SysCommonType, SysRealTimeType> && detail::isFollowedBy<SysRealTimeType, UtilityType>);
 
 }  // namespace MIDICore

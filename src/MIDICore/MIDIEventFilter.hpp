@@ -84,8 +84,8 @@ namespace detail {
 bool passesPrefix(int prefix, bool inClass, bool matches);
 }  // namespace detail
 
-// The selectors of one system or utility class, the event indexes First...Last.
-template <class Type, std::size_t First, std::size_t Last>
+// The selectors of one system or utility class, the family of events of type Type.
+template <class Type>
 class SystemTypes {
 public:
     enum class Case : std::uint8_t { onlyType, onlyTypes, keepType, keepTypes, dropType, dropTypes, only, drop };
@@ -101,12 +101,13 @@ public:
 
     Case kind() const { return case_; }
     bool passes(const MIDIEvent& event) const {
-        bool inClass = event.index() >= First && event.index() <= Last;
+        const auto type = event.typeIn<Type>();
+        const bool inClass = type.has_value();
         switch (case_) {
             case Case::only: return inClass;
             case Case::drop: return !inClass;
             default: {
-                bool matches = inClass && types_.contains(static_cast<Type>(event.index() - First));
+                bool matches = inClass && types_.contains(*type);
                 return detail::passesPrefix(static_cast<int>(case_) / 2, inClass, matches);
             }
         }
@@ -118,10 +119,10 @@ private:
     EnumSet<Type> types_;
 };
 
-using SysExTypes = SystemTypes<SysExType, 12, 15>;
-using SysCommonTypes = SystemTypes<SysCommonType, 16, 19>;
-using SysRealTimeTypes = SystemTypes<SysRealTimeType, 20, 25>;
-using UtilityTypes = SystemTypes<UtilityType, 26, 28>;
+using SysExTypes = SystemTypes<SysExType>;
+using SysCommonTypes = SystemTypes<SysCommonType>;
+using SysRealTimeTypes = SystemTypes<SysRealTimeType>;
+using UtilityTypes = SystemTypes<UtilityType>;
 
 class MIDIEventFilter {
 public:

@@ -8,7 +8,6 @@
 #include "model/HVEncodedConfiguration.hpp"
 #include "platform/HostPrompts.hpp"
 #include "platform/Log.hpp"
-#include "sequencing/HVSequence.hpp"
 
 #include <algorithm>
 #include <fstream>
@@ -55,11 +54,6 @@ bool writeFile(const std::filesystem::path& path, ByteView data) {
 }
 
 }  // namespace
-
-HVCentralConnectionTypeManager::HVCentralConnectionTypeManager() {
-    // Glides need the scheduler; make sure it runs before the first position arrives.
-    HVSequenceManager::sharedInstance();
-}
 
 HVCentralConnectionTypeManager::~HVCentralConnectionTypeManager() {
     NotificationCenter::defaultCenter().removeObserver(this);

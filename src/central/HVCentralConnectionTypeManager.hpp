@@ -18,7 +18,7 @@ class RNClient;
 
 class HVCentralConnectionTypeManager {
 public:
-    HVCentralConnectionTypeManager();
+    HVCentralConnectionTypeManager() = default;
     virtual ~HVCentralConnectionTypeManager();
     HVCentralConnectionTypeManager(const HVCentralConnectionTypeManager&) = delete;
     HVCentralConnectionTypeManager& operator=(const HVCentralConnectionTypeManager&) = delete;

@@ -1,6 +1,7 @@
 #include "central/HVCentralThroughputMeter.hpp"
 
 #include "platform/MainQueue.hpp"
+#include "platform/SharedSlot.hpp"
 
 #include <fmt/format.h>
 
@@ -9,9 +10,17 @@
 
 namespace havrel {
 
+namespace {
+
+SharedSlot<HVCentralThroughputMeter>& sharedSlot() {
+    static SharedSlot<HVCentralThroughputMeter> slot([] { return std::make_shared<HVCentralThroughputMeter>(); });
+    return slot;
+}
+
+}  // namespace
+
 std::shared_ptr<HVCentralThroughputMeter> HVCentralThroughputMeter::sharedInstance() {
-    static auto instance = std::make_shared<HVCentralThroughputMeter>();
-    return instance;
+    return sharedSlot().get();
 }
 
 double HVCentralThroughputMeter::now() {

@@ -8,6 +8,7 @@
 #include "platform/Log.hpp"
 #include "platform/MainQueue.hpp"
 #include "platform/NotificationQueue.hpp"
+#include "platform/SharedSlot.hpp"
 
 #include <fmt/format.h>
 
@@ -24,11 +25,16 @@ void enqueueIndicator(const char* name, const std::shared_ptr<RNClient>& client)
                                               Coalescing::OnNameAndSender);
 }
 
+SharedSlot<HVCentralTransmissionManager>& sharedSlot() {
+    static SharedSlot<HVCentralTransmissionManager> slot(
+        [] { return std::make_shared<HVCentralTransmissionManager>(); });
+    return slot;
+}
+
 }  // namespace
 
 std::shared_ptr<HVCentralTransmissionManager> HVCentralTransmissionManager::sharedInstance() {
-    static auto instance = std::make_shared<HVCentralTransmissionManager>();
-    return instance;
+    return sharedSlot().get();
 }
 
 // --- Broadcasts. ---

@@ -1,13 +1,16 @@
 #include "central/HVConnectionTypeConfiguration.hpp"
 
-#include <mutex>
+#include "platform/SharedSlot.hpp"
 
 namespace havrel {
 
 namespace {
 
-std::mutex currentMutex;
-std::shared_ptr<HVConnectionTypeConfiguration> current;
+// Empty until a configuration is set as current.
+SharedSlot<HVConnectionTypeConfiguration>& currentSlot() {
+    static SharedSlot<HVConnectionTypeConfiguration> slot;
+    return slot;
+}
 
 }  // namespace
 
@@ -26,14 +29,11 @@ std::shared_ptr<HVConnectionTypeConfiguration> HVConnectionTypeConfiguration::de
 }
 
 std::shared_ptr<HVConnectionTypeConfiguration> HVConnectionTypeConfiguration::currentConfiguration() {
-    std::lock_guard lock(currentMutex);
-    return current;
+    return currentSlot().get();
 }
 
 void HVConnectionTypeConfiguration::setAsCurrent() {
-    auto self = shared_from_this();
-    std::lock_guard lock(currentMutex);
-    current = std::move(self);
+    currentSlot().set(shared_from_this());
 }
 
 }  // namespace havrel

@@ -1,25 +1,25 @@
 #include "central/HVMIDISender.hpp"
 
-#include <atomic>
+#include "platform/SharedSlot.hpp"
 
 namespace havrel {
 
 namespace {
 
-// Read on every control message from any thread, written rarely: an atomic shared pointer.
-std::atomic<std::shared_ptr<HVMIDISender>>& slot() {
-    static std::atomic<std::shared_ptr<HVMIDISender>> sender;
-    return sender;
+// Empty until the MIDI service registers its manager.
+SharedSlot<HVMIDISender>& sharedSlot() {
+    static SharedSlot<HVMIDISender> slot;
+    return slot;
 }
 
 }  // namespace
 
 std::shared_ptr<HVMIDISender> HVMIDISender::shared() {
-    return slot().load();
+    return sharedSlot().get();
 }
 
 void HVMIDISender::setShared(std::shared_ptr<HVMIDISender> sender) {
-    slot().store(std::move(sender));
+    sharedSlot().set(std::move(sender));
 }
 
 std::string describe(const std::shared_ptr<HVMIDISender>& sender) {

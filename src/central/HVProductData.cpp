@@ -1,15 +1,17 @@
 #include "central/HVProductData.hpp"
 
 #include "model/HVDictionaryReading.hpp"
-
-#include <mutex>
+#include "platform/SharedSlot.hpp"
 
 namespace havrel {
 
 namespace {
 
-std::mutex sharedProductMutex;
-std::shared_ptr<HVProductData> sharedProduct;
+// Empty until the host sets its product.
+SharedSlot<HVProductData>& sharedSlot() {
+    static SharedSlot<HVProductData> slot;
+    return slot;
+}
 
 void readString(const Dictionary& dictionary, std::string_view key, std::string& field) {
     if (auto value = stringValue(dictionary, key)) {
@@ -24,13 +26,11 @@ std::shared_ptr<HVProductData> HVProductData::create() {
 }
 
 std::shared_ptr<HVProductData> HVProductData::sharedInstance() {
-    std::lock_guard lock(sharedProductMutex);
-    return sharedProduct;
+    return sharedSlot().get();
 }
 
 void HVProductData::setSharedInstance(std::shared_ptr<HVProductData> productData) {
-    std::lock_guard lock(sharedProductMutex);
-    sharedProduct = std::move(productData);
+    sharedSlot().set(std::move(productData));
 }
 
 std::shared_ptr<HVFileType> HVFileType::create() {

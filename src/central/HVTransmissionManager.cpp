@@ -1,31 +1,27 @@
 #include "central/HVTransmissionManager.hpp"
 
-#include <mutex>
+#include "central/HVCentralTransmissionManager.hpp"
+#include "platform/SharedSlot.hpp"
 
 namespace havrel {
 
 namespace {
 
-std::mutex& slotMutex() {
-    static std::mutex mutex;
-    return mutex;
-}
-
-std::shared_ptr<HVTransmissionManager>& slot() {
-    static std::shared_ptr<HVTransmissionManager> manager;
-    return manager;
+SharedSlot<HVTransmissionManager>& sharedSlot() {
+    static SharedSlot<HVTransmissionManager> slot([]() -> std::shared_ptr<HVTransmissionManager> {
+        return HVCentralTransmissionManager::sharedInstance();
+    });
+    return slot;
 }
 
 }  // namespace
 
 std::shared_ptr<HVTransmissionManager> HVTransmissionManager::shared() {
-    std::lock_guard lock(slotMutex());
-    return slot();
+    return sharedSlot().get();
 }
 
 void HVTransmissionManager::setShared(std::shared_ptr<HVTransmissionManager> manager) {
-    std::lock_guard lock(slotMutex());
-    slot() = std::move(manager);
+    sharedSlot().set(std::move(manager));
 }
 
 }  // namespace havrel

@@ -16,8 +16,8 @@ public:
     virtual void broadcastProgramChange(std::uint64_t program, std::uint64_t channel) = 0;
     virtual void broadcastPitchBendWithChannel(std::uint64_t channel, std::uint64_t lsb, std::uint64_t msb) = 0;
 
-    // The manager the range dispatch sends to. The running system installs the central
-    // transmission manager here; tests install their own.
+    // The manager the range dispatch sends to: the central transmission manager unless one was
+    // set. nullptr restores it.
     static std::shared_ptr<HVTransmissionManager> shared();
     static void setShared(std::shared_ptr<HVTransmissionManager> manager);
 };

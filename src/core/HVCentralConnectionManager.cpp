@@ -11,6 +11,7 @@
 #include "platform/Log.hpp"
 #include "platform/NotificationCenter.hpp"
 #include "platform/PropertyList.hpp"
+#include "platform/SharedSlot.hpp"
 
 #include <algorithm>
 #include <chrono>
@@ -21,9 +22,10 @@ namespace havrel {
 
 namespace {
 
-std::shared_ptr<HVCentralConnectionManager>& sharedSlot() {
-    static std::shared_ptr<HVCentralConnectionManager> instance;
-    return instance;
+// Empty until the entry point instantiates the registry.
+SharedSlot<HVCentralConnectionManager>& sharedSlot() {
+    static SharedSlot<HVCentralConnectionManager> slot;
+    return slot;
 }
 
 // The current date and time as ISO-8601 text in UTC, to the second: "2024-05-01T09:30:00Z".
@@ -55,12 +57,13 @@ std::vector<std::shared_ptr<Client>> clientsOfClass(const std::vector<std::share
 
 std::shared_ptr<HVCentralConnectionManager> HVCentralConnectionManager::instantiateWithProductToSendOut(
     const std::string& productToSendOut, const std::string& versionToSendOut) {
-    sharedSlot() = initWithProductToSendOut(productToSendOut, versionToSendOut);
-    return sharedSlot();
+    auto manager = initWithProductToSendOut(productToSendOut, versionToSendOut);
+    sharedSlot().set(manager);
+    return manager;
 }
 
 std::shared_ptr<HVCentralConnectionManager> HVCentralConnectionManager::sharedInstance() {
-    return sharedSlot();
+    return sharedSlot().get();
 }
 
 std::shared_ptr<HVCentralConnectionManager> HVCentralConnectionManager::initWithProductToSendOut(

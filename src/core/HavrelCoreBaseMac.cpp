@@ -1,6 +1,5 @@
 #include "core/HavrelCoreBaseMac.hpp"
 
-#include "central/HVCentralTransmissionManager.hpp"
 #include "central/HVConnectionTypeConfiguration.hpp"
 #include "core/HVCentralConnectionManager.hpp"
 #include "midi_service/HVMIDIManager.hpp"
@@ -22,8 +21,6 @@ void HavrelCoreBaseMac::instantiateWithProductToSendOut(const std::string& produ
     auto configuration = HVConnectionTypeConfiguration::create();
     configuration->productToSendOut = product;
     HVMIDIManager::initSharedMinimalWithConnectionConfiguration(configuration);
-    // Positions mapped by the range dispatch leave through the central transmission manager.
-    HVTransmissionManager::setShared(HVCentralTransmissionManager::sharedInstance());
     initiated = true;
 }
 

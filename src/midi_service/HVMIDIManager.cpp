@@ -7,6 +7,7 @@
 #include "midi_service/LocalNetworkPermissionService.hpp"
 #include "platform/Log.hpp"
 #include "platform/MainQueue.hpp"
+#include "platform/SharedSlot.hpp"
 
 #include <fmt/format.h>
 
@@ -24,14 +25,10 @@ using MIDICore::UInt7;
 
 namespace {
 
-std::mutex& sharedMutex() {
-    static std::mutex mutex;
-    return mutex;
-}
-
-std::shared_ptr<HVMIDIManager>& sharedSlot() {
-    static std::shared_ptr<HVMIDIManager> manager;
-    return manager;
+// Empty until one of the initialisers or the host sets a manager.
+SharedSlot<HVMIDIManager>& sharedSlot() {
+    static SharedSlot<HVMIDIManager> slot;
+    return slot;
 }
 
 HVMIDIClockParser::Now& testClock() {
@@ -133,15 +130,11 @@ std::shared_ptr<HVMIDIManager> HVMIDIManager::initSharedClockTestWithConnectionC
 }
 
 std::shared_ptr<HVMIDIManager> HVMIDIManager::shared() {
-    std::lock_guard lock(sharedMutex());
-    return sharedSlot();
+    return sharedSlot().get();
 }
 
 void HVMIDIManager::setShared(std::shared_ptr<HVMIDIManager> manager) {
-    {
-        std::lock_guard lock(sharedMutex());
-        sharedSlot() = manager;
-    }
+    sharedSlot().set(manager);
     HVMIDISender::setShared(std::move(manager));
 }
 

@@ -3,7 +3,6 @@
 #include "model/HVDictionaryReading.hpp"
 #include "model/HVMidiAxisDataWrapper.hpp"
 #include "model/HVUUID.hpp"
-#include "platform/Assert.hpp"
 
 #include <fmt/format.h>
 
@@ -95,6 +94,27 @@ bool HVMidiAxisData::rangeContainerHasTransitionPlayingTo(const HVMidiRangeConta
     return false;
 }
 
+namespace {
+
+// Each step of the glide goes to its container, with the axis's wrapper as it is at that step.
+void playTransition(const std::shared_ptr<HVContainerSequence>& sequence, std::weak_ptr<HVMidiAxisData> weakAxis,
+                    bool broadcastChange) {
+    std::weak_ptr<HVContainerSequence> weakSequence = sequence;
+    sequence->playWithRangeCallback([weakSequence, weakAxis, broadcastChange](const std::vector<double>& step) {
+        auto playing = weakSequence.lock();
+        auto target = playing ? playing->rangeContainer() : nullptr;
+        if (!target) {
+            return;
+        }
+        // The wrapper is fetched at each step: it may be gone by now.
+        auto axis = weakAxis.lock();
+        auto dataWrapper = axis ? axis->wrapper.lock() : nullptr;
+        target->setCurrentRangePosition(step, broadcastChange, dataWrapper, true);
+    });
+}
+
+}  // namespace
+
 void HVMidiAxisData::setCurrentRangePosition(double position, bool broadcastChange, bool setAsBroadcasted) {
     std::lock_guard lock(HVSequenceManagerLock());
     const double old = currentRangePosition_;
@@ -111,28 +131,16 @@ void HVMidiAxisData::setCurrentRangePosition(double position, bool broadcastChan
             stopTransitionsForRangeContainer(container);
             const auto& current = container->currentRangePosition();
             const double start = current.empty() ? old : current.front();
-            if (start == position) {
+            const auto factory = HVInstalledLinearTransitionFactory();
+            if (start == position || !factory) {
+                // A program that cannot play glides lands on the stop at once.
                 container->setCurrentRangePosition({position}, broadcastChange, owner);
             } else {
-                auto factory = HVInstalledLinearTransitionFactory();
-                HV_ASSERT(factory != nullptr);
                 auto sequence = factory(container, old == position ? start : old, position, transitionTime);
                 if (broadcastChange) {
                     container->broadcastTransitionTargetWithDataWrapper(owner);
                 }
-                std::weak_ptr<HVContainerSequence> weakSequence = sequence;
-                std::weak_ptr<HVMidiAxisData> weakAxis = weak_from_this();
-                sequence->playWithRangeCallback([weakSequence, weakAxis, broadcastChange](const std::vector<double>& step) {
-                    auto playing = weakSequence.lock();
-                    auto target = playing ? playing->rangeContainer() : nullptr;
-                    if (!target) {
-                        return;
-                    }
-                    // The wrapper is fetched at each step: it may be gone by now.
-                    auto axis = weakAxis.lock();
-                    auto dataWrapper = axis ? axis->wrapper.lock() : nullptr;
-                    target->setCurrentRangePosition(step, broadcastChange, dataWrapper, true);
-                });
+                playTransition(sequence, weak_from_this(), broadcastChange);
             }
         }
         if (!broadcastChange && setAsBroadcasted) {

@@ -1,5 +1,7 @@
 #include "model/HVSequenceLock.hpp"
 
+#include "platform/SharedSlot.hpp"
+
 namespace havrel {
 
 std::recursive_mutex& HVSequenceManagerLock() {
@@ -9,27 +11,43 @@ std::recursive_mutex& HVSequenceManagerLock() {
 
 namespace {
 
-// A lock of its own: the factory is installed while the scheduler is being created.
-std::mutex& factoryMutex() {
-    static std::mutex mutex;
-    return mutex;
+struct RegisteredDefault {
+    std::mutex mutex;
+    HVLinearTransitionFactory factory;
+};
+
+RegisteredDefault& registeredDefault() {
+    static RegisteredDefault registered;
+    return registered;
 }
 
-HVLinearTransitionFactory& factorySlot() {
-    static HVLinearTransitionFactory factory;
-    return factory;
+SharedSlot<HVLinearTransitionFactory>& factorySlot() {
+    static SharedSlot<HVLinearTransitionFactory> slot([]() -> std::shared_ptr<HVLinearTransitionFactory> {
+        auto& registered = registeredDefault();
+        std::lock_guard lock(registered.mutex);
+        if (!registered.factory) {
+            return nullptr;
+        }
+        return std::make_shared<HVLinearTransitionFactory>(registered.factory);
+    });
+    return slot;
 }
 
 }  // namespace
 
+void HVRegisterDefaultLinearTransitionFactory(HVLinearTransitionFactory factory) {
+    auto& registered = registeredDefault();
+    std::lock_guard lock(registered.mutex);
+    registered.factory = std::move(factory);
+}
+
 void HVSetLinearTransitionFactory(HVLinearTransitionFactory factory) {
-    std::lock_guard lock(factoryMutex());
-    factorySlot() = std::move(factory);
+    factorySlot().set(factory ? std::make_shared<HVLinearTransitionFactory>(std::move(factory)) : nullptr);
 }
 
 HVLinearTransitionFactory HVInstalledLinearTransitionFactory() {
-    std::lock_guard lock(factoryMutex());
-    return factorySlot();
+    auto factory = factorySlot().get();
+    return factory ? *factory : HVLinearTransitionFactory();
 }
 
 }  // namespace havrel

@@ -29,10 +29,15 @@ public:
 };
 
 // Makes the glide of a stop with a transition time: container, start, end, duration in seconds.
-// The sequence scheduler installs it when its shared instance is created.
+// Glides are played by the sequencing library, which sits above this one: it registers its
+// factory as the default while the program starts, so a glide can start before anything has
+// made the scheduler. A program without that library has no glides.
 using HVLinearTransitionFactory = std::function<std::shared_ptr<HVContainerSequence>(
     const std::shared_ptr<HVMidiRangeContainer>& container, double startRange, double endRange, double duration)>;
+void HVRegisterDefaultLinearTransitionFactory(HVLinearTransitionFactory factory);
+// Replaces the factory in use; an empty one restores the default.
 void HVSetLinearTransitionFactory(HVLinearTransitionFactory factory);
+// The factory in use, or an empty one when there is none.
 HVLinearTransitionFactory HVInstalledLinearTransitionFactory();
 
 }  // namespace havrel

@@ -1,16 +1,14 @@
 #pragma once
-// Identities of model objects.
+// Identities of model objects. UUIDs come from the MIDI library's generator.
 
-#include <optional>
+#include "MIDIInternals/UUID.hpp"
+
 #include <string>
 
 namespace havrel {
 
-// A new random (version 4) UUID in canonical upper-case form.
-std::string randomUUIDString();
-
-// The canonical upper-case form of a UUID text, or nothing when the text is not one.
-std::optional<std::string> parseUUIDString(const std::string& text);
+using MIDIInternals::parseUUIDString;
+using MIDIInternals::randomUUIDString;
 
 // The decimal text of a 32-bit random number ("%u"), as axes and wrappers are named.
 std::string randomDecimalIdentifier();

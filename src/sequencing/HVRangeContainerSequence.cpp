@@ -6,6 +6,26 @@
 
 namespace havrel {
 
+namespace {
+
+// Stops with a transition time glide from the start of the program: the model's axes find this
+// factory without anything having made the scheduler first.
+const bool linearTransitionFactoryRegistered = [] {
+    HVRegisterDefaultLinearTransitionFactory([](const HVMidiRangeContainerPtr& container, double startRange,
+                                                double endRange, double duration) -> std::shared_ptr<HVContainerSequence> {
+        return HVMIDILinearSequence::sequenceWithRangeContainer(container, nullptr, startRange, endRange, duration);
+    });
+    return true;
+}();
+
+}  // namespace
+
+// Every program that links this library asks the linker for this symbol (see CMakeLists.txt), so
+// the registration above is part of it even when nothing else names a glide.
+extern "C" const bool* havrel_sequencing_glides() {
+    return &linearTransitionFactoryRegistered;
+}
+
 std::shared_ptr<HVRangeContainerSequence> HVRangeContainerSequence::sequenceWithRangeContainer(
     const HVMidiRangeContainerPtr& container, const HVMidiRangeContainerPtr& previousRC) {
     auto sequence = std::make_shared<HVRangeContainerSequence>();

@@ -1,6 +1,7 @@
 #include "sequencing/HVSequence.hpp"
 
 #include "platform/MainQueue.hpp"
+#include "platform/SharedSlot.hpp"
 #include "sequencing/HVRangeContainerSequence.hpp"
 
 #include <fmt/format.h>
@@ -12,15 +13,6 @@ namespace havrel {
 
 namespace {
 
-std::mutex& sharedSlotMutex() {
-    static std::mutex mutex;
-    return mutex;
-}
-
-std::shared_ptr<HVSequenceManager>& sharedSlot() {
-    static std::shared_ptr<HVSequenceManager> instance;
-    return instance;
-}
 
 std::string positionText(const std::optional<std::vector<double>>& position) {
     return position ? Dictionary(*position).dump() : std::string("(null)");
@@ -128,27 +120,23 @@ std::string HVComponentSequence::description() const {
     return text;
 }
 
+SharedSlot<HVSequenceManager>& HVSequenceManager::sharedSlot() {
+    static SharedSlot<HVSequenceManager> slot([] {
+        auto manager = std::shared_ptr<HVSequenceManager>(new HVSequenceManager());
+        manager->start();
+        return manager;
+    });
+    return slot;
+}
+
 std::shared_ptr<HVSequenceManager> HVSequenceManager::sharedInstance() {
-    std::lock_guard lock(sharedSlotMutex());
-    auto& instance = sharedSlot();
-    if (!instance) {
-        instance = std::shared_ptr<HVSequenceManager>(new HVSequenceManager());
-        instance->start();
-    }
-    return instance;
+    return sharedSlot().get();
 }
 
 void HVSequenceManager::resetSharedInstanceForTesting() {
-    std::shared_ptr<HVSequenceManager> old;
-    {
-        std::lock_guard lock(sharedSlotMutex());
-        old = std::move(sharedSlot());
-    }
-    if (old && old->timer_) {
+    if (auto old = sharedSlot().take(); old && old->timer_) {
         old->timer_->invalidate();
     }
-    old.reset();
-    sharedInstance();
 }
 
 void HVSequenceManager::start() {
@@ -158,11 +146,6 @@ void HVSequenceManager::start() {
         if (auto manager = weak.lock()) {
             manager->timerCalled();
         }
-    });
-    // Glides of stops with a transition time are made here.
-    HVSetLinearTransitionFactory([](const HVMidiRangeContainerPtr& container, double startRange, double endRange,
-                                    double duration) -> std::shared_ptr<HVContainerSequence> {
-        return HVMIDILinearSequence::sequenceWithRangeContainer(container, nullptr, startRange, endRange, duration);
     });
 }
 

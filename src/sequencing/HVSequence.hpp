@@ -3,6 +3,7 @@
 
 #include "model/HVMidiAxisDataWrapper.hpp"
 #include "model/HVSequenceLock.hpp"
+#include "platform/SharedSlot.hpp"
 #include "platform/SerialQueue.hpp"
 #include "platform/Timer.hpp"
 
@@ -89,8 +90,8 @@ public:
     static constexpr const char* kPlaybackQueueLabel = "com.havrelapps.havrel.playback";
 
     static std::shared_ptr<HVSequenceManager> sharedInstance();
-    // For tests: stops the shared instance's timer and makes a new one on the current clock of
-    // the main queue (a manual one in test mode).
+    // Made on first use, on the clock the main queue has then (a manual one in test mode). For
+    // tests: stops the shared instance's timer and forgets it, so the next use makes a new one.
     static void resetSharedInstanceForTesting();
 
     bool timerIsPaused() const;
@@ -111,6 +112,7 @@ public:
 
 private:
     HVSequenceManager() = default;
+    static SharedSlot<HVSequenceManager>& sharedSlot();
     void start();
 
     bool timerIsPaused_ = true;

@@ -61,7 +61,13 @@ TEST(StringOperations, LastCharacterAndBinaryText) {
     EXPECT_EQ(binaryStringFromUint8(255), "11111111");
 }
 
-TEST(ProductData, SharedInstanceAndFileTypes) {
+// The shared product is empty unless a test sets one.
+class ProductData : public ::testing::Test {
+protected:
+    void TearDown() override { HVProductData::setSharedInstance(nullptr); }
+};
+
+TEST_F(ProductData, SharedInstanceAndFileTypes) {
     EXPECT_EQ(HVProductData::sharedInstance(), nullptr);
     auto product = HVProductData::create();
     product->name = "Havrel";

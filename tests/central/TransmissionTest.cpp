@@ -70,6 +70,13 @@ TEST_F(TransmissionTest, BroadcastsCutTo8BitsWhileTheMeterAndLogSeeTheUncutNumbe
     EXPECT_EQ(sender_->calls.size(), 5u);
 }
 
+TEST_F(TransmissionTest, WithNothingSetTheDispatchSendsThroughTheCentralManager) {
+    EXPECT_EQ(HVTransmissionManager::shared(), manager_);
+    HVTransmissionManager::shared()->broadcastController(7, 64, 0);
+    ASSERT_EQ(sender_->calls.size(), 1u);
+    EXPECT_EQ(sender_->calls.back(), "CC 7 64 ch0 virtual=true");
+}
+
 TEST_F(TransmissionTest, PureCommandsFollowTheStatusTableAndSkipTheDiagnosticLineForNotes) {
     ScopedLogCapture capture;
     manager_->sendPureCommand(0x93, 60, 0);

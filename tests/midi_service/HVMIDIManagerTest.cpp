@@ -37,11 +37,13 @@ protected:
         folder_ = ::mkdtemp(pattern);
         DefaultsStore::setStandard(std::make_shared<DefaultsStore>(folder_ / "defaults.json"));
         configuration_->productToSendOut = "Havrel Test";
+        HVSequenceManager::resetSharedInstanceForTesting();
     }
     ~HVMIDIManagerTest() override {
         if (auto manager = HVMIDIManager::shared()) {
             manager->stopTimers();
         }
+        HVCentralTransmissionManager::sharedInstance()->resetForTesting();
         HVMIDIManager::setShared(nullptr);
         HVMIDIManager::setClockForTesting(nullptr);
         DefaultsStore::setStandard(nullptr);
@@ -71,10 +73,8 @@ protected:
 };
 
 TEST_F(HVMIDIManagerTest, RangeCommandsLeaveAsMIDI2EventsOnTheVirtualOutput) {
-    HVSequenceManager::resetSharedInstanceForTesting();
     HVCentralConnectionTypeManager dispatch;
     dispatch.registerValueChangeObserversIfNeeded();
-    HVTransmissionManager::setShared(HVCentralTransmissionManager::sharedInstance());
     auto manager = HVMIDIManager::initSharedWithConnectionConfiguration(configuration_);
     EventLog log;
     auto app = listener(log);
@@ -131,9 +131,6 @@ TEST_F(HVMIDIManagerTest, RangeCommandsLeaveAsMIDI2EventsOnTheVirtualOutput) {
     EXPECT_EQ(bend->channel, UInt4(3));
     ASSERT_NE(events[4].get<MIDIEvent::CC>(), nullptr);
     EXPECT_EQ(events[4].get<MIDIEvent::CC>()->value().midi1Value(), UInt7(127));
-
-    HVTransmissionManager::setShared(nullptr);
-    HVCentralTransmissionManager::sharedInstance()->resetForTesting();
 }
 
 TEST_F(HVMIDIManagerTest, SendsClampWithTheirLinesAndChooseOnePath) {

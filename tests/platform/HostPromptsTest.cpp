@@ -34,7 +34,12 @@ TEST(HostPrompts, TerminalPromptsAskWhenInteractiveAndAnswerFromOptionsOtherwise
     EXPECT_EQ(refusing.runSavePanel("song.mid"), std::nullopt);
 }
 
-TEST(HostPrompts, ScriptedPromptsRecordAndAnswerInOrderThroughTheSharedSlot) {
+class HostPromptsSlot : public ::testing::Test {
+protected:
+    void TearDown() override { HostPrompts::setShared(nullptr); }
+};
+
+TEST_F(HostPromptsSlot, ScriptedPromptsRecordAndAnswerInOrderThroughTheSharedSlot) {
     auto scripted = std::make_shared<ScriptedHostPrompts>();
     HostPrompts::setShared(scripted);
     scripted->queueSaveAnswer(std::filesystem::path("/tmp/a.json"));

@@ -12,11 +12,21 @@ namespace {
 
 using std::chrono::milliseconds;
 
+// Every test here forgets the sequence scheduler when it ends (and CTest runs each in a process of
+// its own): nothing has made the scheduler when this test starts, and the axis must find the
+// glide maker by itself.
+class FreshProcessTest : public ::testing::Test {
+protected:
+    void TearDown() override { HVSequenceManager::resetSharedInstanceForTesting(); }
+
+    ManualClockScope scope_;
+};
+
 class SequencingTest : public ::testing::Test {
 protected:
-    void SetUp() override { HVSequenceManager::resetSharedInstanceForTesting(); }
     void TearDown() override {
         HVSequenceManager::sharedInstance()->cancelAllSequences();
+        HVSequenceManager::resetSharedInstanceForTesting();
         NotificationCenter::defaultCenter().removeObserver(this);
     }
 
@@ -76,13 +86,22 @@ TEST_F(SequencingTest, LinearGlideStepArithmetic) {
     EXPECT_EQ(sweep->timeSlices[1]->timePositionInLoop, 0.001);
 }
 
-TEST_F(SequencingTest, GlideToAStopPlaysInVirtualTime) {
-    auto axis = HVMidiAxisData::create();
-    auto container = HVMidiRangeContainer::containerWithChannel(
+// One axis with one fader whose top stop is reached by a glide of 0.5 seconds.
+struct GlidingFader {
+    HVMidiRangeContainerPtr container = HVMidiRangeContainer::containerWithChannel(
         1, 7, false,
         {HVMidiRangeValue::valueWithRangePosition(0.0, 0), HVMidiRangeValue::valueWithRangePosition(1.0, 127, 0.5)});
-    axis->addRangeContainer(container);
-    auto wrapper = HVMidiAxisDataWrapper::midiAxisWrapperWithAxisArray({axis});
+    HVMidiAxisDataWrapperPtr wrapper = [this] {
+        auto axis = HVMidiAxisData::create();
+        axis->addRangeContainer(container);
+        return HVMidiAxisDataWrapper::midiAxisWrapperWithAxisArray({axis});
+    }();
+};
+
+TEST_F(SequencingTest, GlideToAStopPlaysInVirtualTime) {
+    GlidingFader fader;
+    auto& container = fader.container;
+    auto& wrapper = fader.wrapper;
 
     std::vector<HVRangeContainerChange> posted;
     NotificationCenter::defaultCenter().addObserver(this, NotificationRangeContainerDidChangeValue, nullptr,
@@ -125,6 +144,18 @@ TEST_F(SequencingTest, GlideToAStopPlaysInVirtualTime) {
     EXPECT_EQ(container->currentRangePosition(), std::vector<double>{0.5});
     scope_.advance(milliseconds(500));
     EXPECT_EQ(container->currentRangePosition(), std::vector<double>{0.5});
+}
+
+TEST_F(FreshProcessTest, AStopWithATransitionTimeGlidesBeforeAnythingMadeTheScheduler) {
+    GlidingFader fader;
+    fader.wrapper->setCurrentRangePosition(0.2, 0, false);
+    fader.wrapper->setCurrentRangePosition(1.0, 0, false);
+    EXPECT_EQ(fader.container->currentRangePosition(), std::vector<double>{0.2});
+    ASSERT_EQ(fader.container->sequences().size(), 1u);
+
+    scope_.advance(milliseconds(600));
+    EXPECT_EQ(fader.container->currentRangePosition(), std::vector<double>{1.0});
+    EXPECT_TRUE(fader.container->sequences().empty());
 }
 
 TEST_F(SequencingTest, RecordingKeepsDelaysAndReplaysInALoop) {

@@ -3,25 +3,21 @@
 #include "central/RNCentral.hpp"
 #include "central/RNClient.hpp"
 #include "platform/Log.hpp"
+#include "platform/SharedSlot.hpp"
 
 #include <unistd.h>
 
 #include <array>
 #include <cstring>
-#include <mutex>
 
 namespace havrel {
 
 namespace {
 
-std::mutex& sharedMutex() {
-    static std::mutex mutex;
-    return mutex;
-}
-
-std::shared_ptr<HVCentralUSBManager>& sharedInstanceSlot() {
-    static std::shared_ptr<HVCentralUSBManager> instance;
-    return instance;
+// Empty until the first instantiate.
+SharedSlot<HVCentralUSBManager>& sharedSlot() {
+    static SharedSlot<HVCentralUSBManager> slot;
+    return slot;
 }
 
 std::shared_ptr<const Bytes> bytesOfDouble(double value) {
@@ -35,26 +31,15 @@ std::shared_ptr<const Bytes> bytesOfDouble(double value) {
 std::shared_ptr<HVCentralUSBManager> HVCentralUSBManager::instantiateWithProductToSendOut(const std::string& product,
                                                                                         const std::string& version,
                                                                                         Options options) {
-    std::lock_guard lock(sharedMutex());
-    auto& instance = sharedInstanceSlot();
-    if (!instance) {
-        instance = initWithProudctToSendOut(product, version, options);
-    }
-    return instance;
+    return sharedSlot().getOrMake([&] { return initWithProudctToSendOut(product, version, options); });
 }
 
 std::shared_ptr<HVCentralUSBManager> HVCentralUSBManager::shared() {
-    std::lock_guard lock(sharedMutex());
-    return sharedInstanceSlot();
+    return sharedSlot().get();
 }
 
 void HVCentralUSBManager::resetShared() {
-    std::shared_ptr<HVCentralUSBManager> previous;
-    {
-        std::lock_guard lock(sharedMutex());
-        previous = std::exchange(sharedInstanceSlot(), nullptr);
-    }
-    if (previous) {
+    if (auto previous = sharedSlot().take()) {
         previous->connectionManager_->stop();
     }
 }

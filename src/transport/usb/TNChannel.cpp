@@ -1,6 +1,6 @@
 #include "transport/usb/TNChannel.hpp"
 
-#include "model/HVUUID.hpp"
+#include "MIDIInternals/UUID.hpp"
 #include "platform/Assert.hpp"
 #include "platform/Log.hpp"
 #include "platform/MainQueue.hpp"
@@ -72,7 +72,7 @@ void TNChannel::setDelegate(std::shared_ptr<TNChannelDelegate> delegate) {
 
 std::string TNChannel::uuid() {
     if (!uuid_) {
-        uuid_ = randomUUIDString();
+        uuid_ = MIDIInternals::randomUUIDString();
     }
     return *uuid_;
 }

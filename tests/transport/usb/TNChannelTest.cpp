@@ -1,7 +1,7 @@
 #include "FrameTestSupport.hpp"
 
 #include "platform/Log.hpp"
-#include "model/HVUUID.hpp"
+#include "MIDIInternals/UUID.hpp"
 #include "platform/MainQueue.hpp"
 #include "transport/usb/TNChannel.hpp"
 
@@ -382,7 +382,7 @@ TEST_F(TNChannelTest, IdentityAndDescription) {
     auto b = track(TNChannel::channelWithDelegate(nullptr));
     EXPECT_EQ(a->uuid(), a->uuid());
     EXPECT_NE(a->uuid(), b->uuid());
-    EXPECT_TRUE(parseUUIDString(a->uuid()).has_value());
+    EXPECT_TRUE(MIDIInternals::parseUUIDString(a->uuid()).has_value());
     b->setUuid("fixed");
     EXPECT_EQ(b->uuid(), "fixed");
     EXPECT_EQ(a->protocol(), b->protocol()) << "channels on one queue share the queue's protocol";

@@ -127,6 +127,7 @@ protected:
         observer_ = this;
     }
     void TearDown() override {
+        TNUSBHub::setSharedHubForTesting(nullptr);
         NotificationCenter::defaultCenter().removeObserver(observer_);
         MainQueue::shared().poll();
     }
@@ -330,7 +331,6 @@ TEST_F(TNUSBHubTest, AnAbsentDaemonIsReportedAndNothingElseHappens) {
     });
     ASSERT_TRUE(runMainQueueUntil([&] { return connectError.has_value(); }));
     EXPECT_EQ(*connectError, TNError::posix(ECONNREFUSED));
-    TNUSBHub::setSharedHubForTesting(nullptr);
 }
 
 TEST_F(TNUSBHubTest, StrayRepliesAreLoggedAndReadingGoesOn) {
