@@ -6,7 +6,7 @@
 // Run: build/default/bench/bench_midi_thread_count [E]
 #include "MIDIIO/MIDIManager.hpp"
 #include "MIDIIO/loopback/LoopbackMIDIServer.hpp"
-#include "MIDIInternals/MainThread.hpp"
+#include "platform/MIDILibraryServices.hpp"
 #include "central/HVConnectionTypeConfiguration.hpp"
 #include "midi_service/HVMIDIManager.hpp"
 #include "platform/DefaultsStore.hpp"
@@ -45,7 +45,7 @@ int main(int argc, char** argv) {
     DefaultsStore::setStandard(std::make_shared<DefaultsStore>(folder / "defaults.json"));
     const auto before = threadCount();
 
-    MIDIInternals::registerMainThread();
+    havrel::installMIDILibraryServices();
     auto server = MIDIIO::LoopbackMIDIServer::create();
     MIDIIO::MIDIPlatform::setShared(server);
     for (int i = 0; i < endpoints / 2; ++i) {

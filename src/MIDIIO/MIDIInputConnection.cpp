@@ -59,7 +59,7 @@ void MIDIInputConnection::connectLocked(const std::vector<MIDIUniqueID>& ownedID
     if (!coreMIDIInputPortRef_) {
         throw MIDIIOError::connectionError("Not in a listening state; can't connect to endpoints.");
     }
-    auto found = connectionEndpoints(getSystemSourceEndpoints(), mode_.all, outputsCriteria_, filter_, ownedIDs);
+    auto found = connectionEndpoints(getSystemSourceEndpoints(platform_), mode_.all, outputsCriteria_, filter_, ownedIDs);
     std::set<MIDIEndpointRef> wanted;
     for (const auto& endpoint : found) {
         wanted.insert(endpoint.coreMIDIObjectRef);
@@ -140,7 +140,7 @@ std::vector<MIDIEndpointIdentity> MIDIInputConnection::outputsCriteria() const {
 std::vector<MIDIOutputEndpoint> MIDIInputConnection::endpoints() const {
     std::vector<MIDIOutputEndpoint> result;
     for (auto ref : coreMIDIOutputEndpointRefs()) {
-        result.emplace_back(ref);
+        result.emplace_back(platform_, ref);
     }
     return result;
 }

@@ -105,8 +105,11 @@ public:
 
     virtual ~MIDIPlatform() = default;
 
-    // The process's backend; tests and hosts install one before any manager starts.
+    // The process's backend, for a host that keeps one: the host (or a test) installs it with
+    // setShared, and reading it before then is a programming fault. The library itself never
+    // reads it: each manager works on the platform it was made with.
     static std::shared_ptr<MIDIPlatform> shared();
+    // nullptr empties the slot.
     static void setShared(std::shared_ptr<MIDIPlatform> platform);
 
     // Clients.

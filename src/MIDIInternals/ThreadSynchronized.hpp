@@ -74,7 +74,7 @@ protected:
 template <class T>
 class MainThreadSynchronizedPThreadMutex {
 public:
-    // The queue is the main queue at construction time (setMainQueue must have been called).
+    // The queue is the main queue at construction time.
     explicit MainThreadSynchronizedPThreadMutex(T initial = T{})
         : MainThreadSynchronizedPThreadMutex(mainQueue(), std::move(initial)) {}
     MainThreadSynchronizedPThreadMutex(const MainThreadSynchronizedPThreadMutex&) = delete;
@@ -86,7 +86,7 @@ public:
     }
     void setWrappedValue(T newValue) {
         PThreadWriteGuard guard(lock);
-        if (isMainThread() || queue == nullptr) {
+        if (queue == nullptr || queue->isCurrent()) {
             storage = std::move(newValue);
         } else {
             syncOn(*queue, [this, &newValue] { storage = std::move(newValue); });

@@ -3,6 +3,8 @@
 
 #include "LoopbackFixture.hpp"
 
+#include "MIDIInternals/DispatchSync.hpp"
+
 namespace MIDIIO::testing {
 namespace {
 
@@ -20,8 +22,8 @@ std::vector<std::string> namesOf(const std::vector<MIDIOutputEndpoint>& endpoint
 TEST_F(LoopbackTest, InputConnectionAddsAndRemovesSourcesByIdentityAndByEndpoint) {
     auto device = server->addDevice("Box", "Maker");
     auto entity = server->addEntity(device, "Port");
-    MIDIOutputEndpoint keys(server->addSource(entity, "Keys"));
-    MIDIOutputEndpoint pads(server->addSource(entity, "Pads"));
+    MIDIOutputEndpoint keys(server, server->addSource(entity, "Keys"));
+    MIDIOutputEndpoint pads(server, server->addSource(entity, "Pads"));
     auto app = startedManager("App");
     EventLog log;
     app->addInputConnection(MIDIInputConnectionMode::outputs({MIDIEndpointIdentity::name("Keys")}), "in", {},
@@ -36,7 +38,7 @@ TEST_F(LoopbackTest, InputConnectionAddsAndRemovesSourcesByIdentityAndByEndpoint
         server->deviceSourceSend(pads.coreMIDIObjectRef, {0xC0, 0x02});
         EXPECT_TRUE(waitFor([&] { return log.count() >= before + expected; }));
         server->flush();
-        connection->queue()->sync([] {});
+        MIDIInternals::syncOn(*connection->queue(), [] {});
         std::lock_guard lock(log.mutex);
         std::vector<std::string> from;
         for (std::size_t i = log.sources.size() - (log.events.size() - before); i < log.sources.size(); ++i) {
@@ -69,7 +71,7 @@ TEST_F(LoopbackTest, InputConnectionAddsAndRemovesSourcesByIdentityAndByEndpoint
     // A criterion for a source not there yet connects when the source appears.
     connection->add(std::vector{MIDIEndpointIdentity::name("Later"), MIDIEndpointIdentity::name("Keys")});
     EXPECT_EQ(namesOf(connection->endpoints()), std::vector<std::string>{"Keys"});
-    MIDIOutputEndpoint later(server->addSource(entity, "Later"));
+    MIDIOutputEndpoint later(server, server->addSource(entity, "Later"));
     ASSERT_TRUE(waitFor([&] { return connection->endpoints().size() == 2; }));
     std::size_t before = log.count();
     server->deviceSourceSend(later.coreMIDIObjectRef, {0xFC});

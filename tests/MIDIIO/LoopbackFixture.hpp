@@ -1,11 +1,11 @@
 #pragma once
-// A fresh loopback server as the process's MIDI platform for each test, the main queue on a
-// manual clock, and a wait for what a backend thread delivers.
+// A fresh loopback server for each test, a manual main queue that this thread runs, and a wait
+// for what a backend thread delivers.
 
 #include "MIDIIO/MIDIManager.hpp"
 #include "MIDIIO/loopback/LoopbackMIDIServer.hpp"
 #include "MIDIInternals/MainThread.hpp"
-#include "platform/MainQueue.hpp"
+#include "MIDIInternals/ManualQueue.hpp"
 
 #include <gtest/gtest.h>
 
@@ -19,21 +19,27 @@ namespace MIDIIO::testing {
 
 class LoopbackTest : public ::testing::Test {
 protected:
+    // Installed at construction, so that the constructors of derived fixtures may use them.
     LoopbackTest() {
-        MIDIInternals::registerMainThread();
+        MIDIInternals::setMainQueue(mainQueue);
         MIDIPlatform::setShared(server);
     }
-    // The server stays the process's platform until the next test replaces it: work that a
-    // finished test left on a backend thread may still ask it.
+    void TearDown() override {
+        MIDIPlatform::setShared(nullptr);
+        MIDIInternals::setMainQueue(nullptr);
+    }
+
+    // Runs what is due on the main queue.
+    virtual void pollMainQueue() { mainQueue->poll(); }
 
     // Runs the main queue until the condition holds, for at most five seconds of real time.
-    static bool waitFor(const std::function<bool()>& condition) {
+    bool waitFor(const std::function<bool()>& condition) {
         auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
         while (!condition()) {
             if (std::chrono::steady_clock::now() > deadline) {
                 return false;
             }
-            havrel::MainQueue::shared().poll();
+            pollMainQueue();
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
         return true;
@@ -41,12 +47,12 @@ protected:
 
     std::shared_ptr<MIDIManager> startedManager(const std::string& name,
                                                 MIDIManager::NotificationHandler handler = nullptr) {
-        auto manager = MIDIManager::create(name, "Havrel", "HavrelApps", std::move(handler));
+        auto manager = MIDIManager::create(server, name, "Havrel", "HavrelApps", std::move(handler));
         manager->start();
         return manager;
     }
 
-    havrel::ManualClockScope clock;
+    std::shared_ptr<MIDIInternals::ManualQueue> mainQueue = std::make_shared<MIDIInternals::ManualQueue>("main");
     std::shared_ptr<LoopbackMIDIServer> server = LoopbackMIDIServer::create();
 };
 
@@ -56,7 +62,7 @@ struct EventLog {
     std::vector<MIDICore::MIDIEvent> events;
     std::vector<std::optional<MIDIOutputEndpoint>> sources;
     bool allOnQueue = true;
-    std::shared_ptr<havrel::SerialQueue> expectedQueue;
+    std::shared_ptr<MIDIInternals::DispatchQueue> expectedQueue;
 
     MIDIReceiver receiver(MIDIReceiverOptions options = MIDIReceiver::defaultOptions) {
         return MIDIReceiver::events(

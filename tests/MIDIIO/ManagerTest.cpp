@@ -3,14 +3,13 @@
 
 #include "LoopbackFixture.hpp"
 
-#include <filesystem>
-#include <unistd.h>
+#include "MIDIInternals/InMemoryKeyValueStore.hpp"
 
 namespace MIDIIO::testing {
 namespace {
 
 TEST_F(LoopbackTest, StartMakesOneClientAndAddsNeedAStartedManager) {
-    auto manager = MIDIManager::create("Test App!", "Havrel", "HavrelApps");
+    auto manager = MIDIManager::create(server, "Test App!", "Havrel", "HavrelApps");
     EXPECT_EQ(manager->managementQueue().label(), "TestApp-management");
     EXPECT_FALSE(manager->isStarted());
     try {
@@ -26,7 +25,7 @@ TEST_F(LoopbackTest, StartMakesOneClientAndAddsNeedAStartedManager) {
     EXPECT_EQ(manager->coreMIDIClientRef(), client);
 
     // From another thread the client is made on the main queue, which this thread runs.
-    auto second = MIDIManager::create("", "Havrel", "HavrelApps");
+    auto second = MIDIManager::create(server, "", "Havrel", "HavrelApps");
     EXPECT_TRUE(second->managementQueue().label().ends_with("-management"));
     EXPECT_EQ(second->managementQueue().label().size(), 36 + 11);
     std::thread starter([&] { second->start(); });
@@ -63,9 +62,7 @@ TEST_F(LoopbackTest, VirtualEndpointsCarryModelAndManufacturerAndReplaceByTag) {
 }
 
 TEST_F(LoopbackTest, PersistedUniqueIDSurvivesARestartAndIsReplacedWhenTaken) {
-    char pattern[] = "/tmp/havrel-midiio-XXXXXX";
-    std::filesystem::path folder = ::mkdtemp(pattern);
-    auto store = std::make_shared<havrel::DefaultsStore>(folder / "defaults.json");
+    auto store = std::make_shared<MIDIInternals::InMemoryKeyValueStore>();
     EXPECT_FALSE(MIDIIdentifierPersistence::userDefaultsManaged("output", store).readID());
 
     MIDIUniqueID first = 0;
@@ -75,14 +72,14 @@ TEST_F(LoopbackTest, PersistedUniqueIDSurvivesARestartAndIsReplacedWhenTaken) {
         first = *manager->managedOutput("out")->uniqueID();
         EXPECT_EQ(store->integer("output"), first);
     }
-    // A new run reads the store (from the file) and keeps the ID, which is free again.
-    auto reread = std::make_shared<havrel::DefaultsStore>(folder / "defaults.json");
+    // A new run reads the store and keeps the ID, which is free again.
+    const auto& reread = store;
     auto manager = startedManager("App");
     manager->addOutput("Out", "out", MIDIIdentifierPersistence::userDefaultsManaged("output", reread));
     EXPECT_EQ(manager->managedOutput("out")->uniqueID(), first);
 
     // Another object holding the ID: the new endpoint gets a fresh one, which is stored.
-    reread->set("input", first);
+    reread->setInteger("input", first);
     manager->addInput("In", "in", MIDIIdentifierPersistence::userDefaultsManaged("input", reread),
                       MIDIReceiver::rawDataLogging());
     auto replaced = manager->managedInput("in")->uniqueID();
@@ -91,7 +88,7 @@ TEST_F(LoopbackTest, PersistedUniqueIDSurvivesARestartAndIsReplacedWhenTaken) {
     EXPECT_EQ(reread->integer("input"), *replaced);
 
     // A value that does not fit 32 bits reads as absent; the managed form goes through its handlers.
-    reread->set("big", std::int64_t{1} << 40);
+    reread->setInteger("big", std::int64_t{1} << 40);
     EXPECT_FALSE(MIDIIdentifierPersistence::userDefaultsManaged("big", reread).readID());
     std::optional<MIDIUniqueID> stored;
     auto managed = MIDIIdentifierPersistence::managedStorage([] { return std::optional<MIDIUniqueID>(7); },
@@ -99,7 +96,6 @@ TEST_F(LoopbackTest, PersistedUniqueIDSurvivesARestartAndIsReplacedWhenTaken) {
     EXPECT_EQ(managed.readID(), 7);
     managed.writeID(9);
     EXPECT_EQ(stored, 9);
-    std::filesystem::remove_all(folder);
 }
 
 TEST_F(LoopbackTest, DevicesAndEndpointsOfTheHardwareSideAndTheirNotifications) {
@@ -155,22 +151,23 @@ TEST_F(LoopbackTest, DevicesAndEndpointsOfTheHardwareSideAndTheirNotifications) 
 }
 
 TEST(MIDIIONotificationTranslation, DropsWhatCannotBeFoundAndKeepsUnknownIDs) {
+    auto server = LoopbackMIDIServer::create();
     MIDIObjectCache emptyCache;
     MIDINotificationMessage removed;
     removed.messageID = static_cast<std::int32_t>(MIDINotificationMessageID::objectRemoved);
     removed.child = 1234;
     removed.childType = MIDIObjectType::source;
-    EXPECT_FALSE(MIDIIONotification::from(MIDIIOInternalNotification(removed), emptyCache));
+    EXPECT_FALSE(MIDIIONotification::from(MIDIIOInternalNotification(removed), emptyCache, server));
 
     MIDINotificationMessage unknown;
     unknown.messageID = 99;
-    auto other = MIDIIONotification::from(MIDIIOInternalNotification(unknown), emptyCache);
+    auto other = MIDIIONotification::from(MIDIIOInternalNotification(unknown), emptyCache, server);
     ASSERT_TRUE(other);
     ASSERT_NE(other->get<MIDIIONotification::Other>(), nullptr);
     EXPECT_EQ(other->get<MIDIIONotification::Other>()->messageIDRawValue, 99);
     MIDINotificationMessage thru;
     thru.messageID = static_cast<std::int32_t>(MIDINotificationMessageID::thruConnectionsChanged);
-    EXPECT_EQ(MIDIIONotification::from(MIDIIOInternalNotification(thru), emptyCache)->description(),
+    EXPECT_EQ(MIDIIONotification::from(MIDIIOInternalNotification(thru), emptyCache, server)->description(),
               "thruConnectionChanged");
 }
 

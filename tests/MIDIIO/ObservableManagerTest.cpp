@@ -2,6 +2,8 @@
 // observers after the new values are in place, the other just before.
 
 #include "LoopbackFixture.hpp"
+
+#include "MIDIInternals/DispatchSync.hpp"
 #include "MIDIIO/ObservableMIDIManager.hpp"
 
 namespace MIDIIO::testing {
@@ -26,16 +28,16 @@ protected:
         for (int round = 0; round < 2; ++round) {
             server->flush();
             for (const auto& manager : managers) {
-                manager->managementQueue().sync([] {});
+                MIDIInternals::syncOn(manager->managementQueue(), [] {});
             }
-            havrel::MainQueue::shared().poll();
+            mainQueue->poll();
         }
     }
 };
 
 TEST_F(ObservableManagerTest, DevicesAndEndpointsAreRepublishedAsTheyComeAndGo) {
-    auto observable = ObservableMIDIManager::create("Observing", "Havrel", "HavrelApps");
-    auto object = ObservableObjectMIDIManager::create("ObservingObject", "Havrel", "HavrelApps");
+    auto observable = ObservableMIDIManager::create(server, "Observing", "Havrel", "HavrelApps");
+    auto object = ObservableObjectMIDIManager::create(server, "ObservingObject", "Havrel", "HavrelApps");
     Seen after;
     Seen before;
     auto afterSubscription = observable->observe([&] { after.record(observable->observableEndpoints()); });

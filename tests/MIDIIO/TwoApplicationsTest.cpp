@@ -115,7 +115,7 @@ namespace {
 TEST_F(LoopbackTest, OneEventGoesOutAsItsPacketsOnEveryAPI) {
     auto device = server->addDevice("Synth", "Maker");
     auto entity = server->addEntity(device, "Port");
-    MIDIInputEndpoint destination(server->addDestination(entity, "In"));
+    MIDIInputEndpoint destination(server, server->addDestination(entity, "In"));
 
     // Four control changes on MIDI 1.0; a SysEx of four UMP packets; a MIDI 2.0-only event.
     auto rpn = MIDIEvent::rpn(MIDICore::UInt7Pair{UInt7(0), UInt7(5)}, MIDICore::DataEntryBytes{UInt7(10), UInt7(0)},

@@ -1,7 +1,7 @@
 // The entry of the core on the loopback MIDI server: one call brings up the registry and a
 // virtual output, and a client's positions then reach another application as MIDI.
 
-#include "../MIDIIO/LoopbackFixture.hpp"
+#include "../midi_service/MIDIServiceFixture.hpp"
 #include "../central/RangeCommandBuilders.hpp"
 
 #include "central/HVCentralConnectionTypeManager.hpp"
@@ -25,7 +25,7 @@ namespace {
 using MIDICore::MIDIEvent;
 using MIDICore::UInt7;
 
-class EntryTest : public MIDIIO::testing::LoopbackTest {
+class EntryTest : public havrel::testing::MIDIServiceTest {
 protected:
     EntryTest() {
         char pattern[] = "/tmp/havrel-entry-XXXXXX";

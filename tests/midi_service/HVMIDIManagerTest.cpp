@@ -2,7 +2,7 @@
 // dispatch reaching another application, clamping, the hardware fan-out, the once-a-second
 // connection refresh and network scan, and clock following.
 
-#include "../MIDIIO/LoopbackFixture.hpp"
+#include "MIDIServiceFixture.hpp"
 #include "../central/RangeCommandBuilders.hpp"
 
 #include "central/HVCentralConnectionTypeManager.hpp"
@@ -30,7 +30,7 @@ using std::chrono::seconds;
 using testing::rangeCommand;
 using testing::wrapperWith;
 
-class HVMIDIManagerTest : public MIDIIO::testing::LoopbackTest {
+class HVMIDIManagerTest : public testing::MIDIServiceTest {
 protected:
     HVMIDIManagerTest() {
         char pattern[] = "/tmp/havrel-midi-service-XXXXXX";

@@ -1,7 +1,7 @@
 // The MIDI print: the line of each kind of event, and a monitor hearing an output like any
 // other application.
 
-#include "MIDIIO/LoopbackFixture.hpp"
+#include "MIDIServiceFixture.hpp"
 
 #include "midi_service/HVMIDIOutputMonitor.hpp"
 
@@ -35,7 +35,7 @@ TEST(OutputMonitorLineTest, WordsAsSentAtMIDI2AndTheMIDI1BytesOfTheSameEvent) {
     EXPECT_TRUE(line.ends_with(" midi1=")) << line;
 }
 
-class OutputMonitorTest : public MIDIIO::testing::LoopbackTest {};
+class OutputMonitorTest : public havrel::testing::MIDIServiceTest {};
 
 TEST_F(OutputMonitorTest, HearsWhatLeavesThroughTheNamedOutput) {
     std::mutex mutex;

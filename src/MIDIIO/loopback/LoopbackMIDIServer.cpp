@@ -1,7 +1,9 @@
 #include "MIDIIO/loopback/LoopbackMIDIServer.hpp"
 
 #include "MIDIIO/MIDIPacketLayout.hpp"
-#include "MIDIIO/QueueRelease.hpp"
+#include "MIDIInternals/DispatchSync.hpp"
+#include "MIDIInternals/QueueRelease.hpp"
+#include "MIDIInternals/SerialQueueFactory.hpp"
 
 #include <algorithm>
 
@@ -33,13 +35,13 @@ bool isEndpointType(MIDIObjectType type) {
 }  // namespace
 
 std::shared_ptr<LoopbackMIDIServer> LoopbackMIDIServer::create(bool supportsThru) {
-    return std::make_shared<LoopbackMIDIServer>(supportsThru, havrel::SerialQueue::create("loopback-midi-server"));
+    return std::make_shared<LoopbackMIDIServer>(supportsThru, MIDIInternals::makeSerialQueue("loopback-midi-server"));
 }
 
-LoopbackMIDIServer::LoopbackMIDIServer(bool supportsThru, std::shared_ptr<havrel::SerialQueue> queue)
+LoopbackMIDIServer::LoopbackMIDIServer(bool supportsThru, std::shared_ptr<MIDIInternals::DispatchQueue> queue)
     : supportsThru_(supportsThru), queue_(std::move(queue)), random_(std::random_device{}()) {}
 
-LoopbackMIDIServer::~LoopbackMIDIServer() { releaseQueue(std::move(queue_)); }
+LoopbackMIDIServer::~LoopbackMIDIServer() { MIDIInternals::releaseQueue(std::move(queue_)); }
 
 MIDIObjectRef LoopbackMIDIServer::nextRef() { return ++lastRef_; }
 
@@ -196,7 +198,7 @@ void LoopbackMIDIServer::announce(std::vector<MIDINotificationMessage> messages)
     if (blocks.empty() || messages.empty()) {
         return;
     }
-    queue_->post([blocks = std::move(blocks), messages = std::move(messages)] {
+    queue_->async([blocks = std::move(blocks), messages = std::move(messages)] {
         for (const auto& message : messages) {
             for (const auto& block : blocks) {
                 block(message);
@@ -280,7 +282,7 @@ void LoopbackMIDIServer::removeLocked(MIDIObjectRef ref, std::vector<MIDINotific
         port.connections.erase(ref);
     }
     // The translator of the stream is only touched on the queue.
-    queue_->post([self = weak_from_this(), ref] {
+    queue_->async([self = weak_from_this(), ref] {
         if (auto server = self.lock()) {
             std::lock_guard lock(server->mutex_);
             server->translators_.erase(ref);
@@ -379,7 +381,7 @@ void LoopbackMIDIServer::reportIOError(MIDIDeviceRef device, OSStatus error) {
 }
 
 void LoopbackMIDIServer::flush() {
-    queue_->sync([] {});
+    MIDIInternals::syncOn(*queue_, [] {});
 }
 
 // --- Ports. ---
@@ -519,7 +521,7 @@ OSStatus LoopbackMIDIServer::fromSource(MIDIEndpointRef source, LoopbackMessage 
             }
         }
     }
-    queue_->post([self = shared_from_this(), message = std::move(message), targets = std::move(targets), source] {
+    queue_->async([self = shared_from_this(), message = std::move(message), targets = std::move(targets), source] {
         self->deliver(message, targets, source);
     });
     return noErr;
@@ -542,7 +544,7 @@ OSStatus LoopbackMIDIServer::toDestination(MIDIPortRef port, MIDIEndpointRef des
         }
         targetsOfDestination(destination, targets);
     }
-    queue_->post([self = shared_from_this(), message = std::move(message), targets = std::move(targets), port] {
+    queue_->async([self = shared_from_this(), message = std::move(message), targets = std::move(targets), port] {
         self->deliver(message, targets, port);
     });
     return noErr;

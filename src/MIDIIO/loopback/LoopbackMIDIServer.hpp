@@ -12,7 +12,7 @@
 
 #include "MIDIIO/MIDIPlatform.hpp"
 #include "MIDIIO/loopback/LoopbackTranslator.hpp"
-#include "platform/SerialQueue.hpp"
+#include "MIDIInternals/DispatchQueue.hpp"
 
 #include <map>
 #include <memory>
@@ -109,7 +109,7 @@ public:
     // Waits until everything the server has queued so far has been delivered.
     void flush();
 
-    LoopbackMIDIServer(bool supportsThru, std::shared_ptr<havrel::SerialQueue> queue);
+    LoopbackMIDIServer(bool supportsThru, std::shared_ptr<MIDIInternals::DispatchQueue> queue);
 
 private:
     using Property = std::variant<std::int32_t, std::string, nlohmann::json>;
@@ -191,7 +191,7 @@ private:
     void deliver(const LoopbackMessage& message, const std::vector<Target>& targets, MIDIObjectRef stream);
 
     const bool supportsThru_;
-    std::shared_ptr<havrel::SerialQueue> queue_;
+    std::shared_ptr<MIDIInternals::DispatchQueue> queue_;
     mutable std::mutex mutex_;
     MIDIObjectRef lastRef_ = 0x10000;
     std::mt19937 random_;
