@@ -6,7 +6,7 @@
 // Run: build/default/bench/bench_midi_io_send
 
 #include "MIDIIO/MIDIManager.hpp"
-#include "MIDIIO/loopback/LoopbackMIDIServer.hpp"
+#include "backends/midi_loopback/LoopbackMIDIServer.hpp"
 #include "MIDIInternals/DispatchSync.hpp"
 #include "MIDIInternals/SerialQueueFactory.hpp"
 

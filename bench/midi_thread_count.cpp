@@ -5,7 +5,7 @@
 //
 // Run: build/default/bench/bench_midi_thread_count [E]
 #include "MIDIIO/MIDIManager.hpp"
-#include "MIDIIO/loopback/LoopbackMIDIServer.hpp"
+#include "backends/midi_loopback/LoopbackMIDIServer.hpp"
 #include "platform/MIDILibraryServices.hpp"
 #include "central/HVConnectionTypeConfiguration.hpp"
 #include "midi_service/HVMIDIManager.hpp"

@@ -8,7 +8,7 @@
 // second when the path is kept full. Log lines are formatted and discarded.
 #include "../tests/central/RangeCommandBuilders.hpp"
 #include "MIDIIO/MIDIManager.hpp"
-#include "MIDIIO/loopback/LoopbackMIDIServer.hpp"
+#include "backends/midi_loopback/LoopbackMIDIServer.hpp"
 #include "platform/MIDILibraryServices.hpp"
 #include "central/HVCentralConnectionTypeManager.hpp"
 #include "central/HVCentralTransmissionManager.hpp"

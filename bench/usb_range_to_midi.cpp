@@ -9,7 +9,7 @@
 // lines are formatted and discarded.
 #include "../tests/central/RangeCommandBuilders.hpp"
 #include "MIDIIO/MIDIManager.hpp"
-#include "MIDIIO/loopback/LoopbackMIDIServer.hpp"
+#include "backends/midi_loopback/LoopbackMIDIServer.hpp"
 #include "platform/MIDILibraryServices.hpp"
 #include "central/HVCentralTransmissionManager.hpp"
 #include "central/RNClient.hpp"

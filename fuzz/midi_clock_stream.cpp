@@ -6,7 +6,7 @@
 // must be sane.
 #include "FuzzCheck.hpp"
 #include "MIDICore/MIDI1Parser.hpp"
-#include "MIDIIO/loopback/LoopbackMIDIServer.hpp"
+#include "backends/midi_loopback/LoopbackMIDIServer.hpp"
 #include "platform/MIDILibraryServices.hpp"
 #include "midi_service/HVMIDIManager.hpp"
 #include "platform/DefaultsStore.hpp"

@@ -9,8 +9,7 @@
 #include "core/HavrelCoreBaseMac.hpp"
 #include "midi_service/HVMIDIManager.hpp"
 #include "midi_service/HVMIDIOutputMonitor.hpp"
-#include "MIDIIO/MIDIPlatform.hpp"
-#include "MIDIIO/loopback/LoopbackMIDIServer.hpp"
+#include "backends/midi_loopback/LoopbackMIDIBackend.hpp"
 #include "platform/DefaultsStore.hpp"
 #include "platform/HostPrompts.hpp"
 #include "platform/Log.hpp"
@@ -96,7 +95,7 @@ int main(int argc, char** argv) {
     // This thread runs the main queue, which is the MIDI library's main queue too.
     installMIDILibraryServices();
     chooseBackend(options.midiBackend);
-    MIDIIO::MIDIPlatform::setShared(MIDIIO::LoopbackMIDIServer::create());
+    MIDIIO::LoopbackMIDIBackend::install();
 
     auto product = HVProductData::create();
     product->name = options.product;

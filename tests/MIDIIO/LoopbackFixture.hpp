@@ -3,7 +3,7 @@
 // for what a backend thread delivers.
 
 #include "MIDIIO/MIDIManager.hpp"
-#include "MIDIIO/loopback/LoopbackMIDIServer.hpp"
+#include "backends/midi_loopback/LoopbackMIDIServer.hpp"
 #include "MIDIInternals/MainThread.hpp"
 #include "MIDIInternals/ManualQueue.hpp"
 

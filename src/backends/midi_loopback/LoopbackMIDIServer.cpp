@@ -1,4 +1,4 @@
-#include "MIDIIO/loopback/LoopbackMIDIServer.hpp"
+#include "backends/midi_loopback/LoopbackMIDIServer.hpp"
 
 #include "MIDIIO/MIDIPacketLayout.hpp"
 #include "MIDIInternals/DispatchSync.hpp"

@@ -11,7 +11,7 @@
 // caller's thread, and without the server's lock held, so they may call the server.
 
 #include "MIDIIO/MIDIPlatform.hpp"
-#include "MIDIIO/loopback/LoopbackTranslator.hpp"
+#include "backends/midi_loopback/LoopbackTranslator.hpp"
 #include "MIDIInternals/DispatchQueue.hpp"
 
 #include <map>
