@@ -3,7 +3,9 @@
 #include "MIDICore/MIDI1Wire.hpp"
 #include "MIDIIO/MIDIEventPacket.hpp"
 #include "MIDIInternals/QueueRelease.hpp"
+#include "MIDIIO/MIDIManager.hpp"
 #include "MIDIInternals/SerialQueueFactory.hpp"
+#include "MIDIInternals/TargetQueue.hpp"
 
 #include <array>
 
@@ -111,11 +113,22 @@ void MIDIManagedSendsMessages::send(std::span<const std::uint8_t> rawBytes) {
 
 // --- Receiving. ---
 
+namespace {
+// The owner's queue runs on its manager's receive queue; an owner made without a manager gets a
+// serial queue of its own.
+std::shared_ptr<MIDIInternals::DispatchQueue> ownerQueue(const std::weak_ptr<MIDIManager>& manager, std::string label) {
+    if (auto owner = manager.lock()) {
+        return MIDIInternals::TargetQueue::create(std::move(label), owner->receiveQueue());
+    }
+    return MIDIInternals::makeSerialQueue(std::move(label));
+}
+}  // namespace
+
 MIDIManagedReceivesMessages::MIDIManagedReceivesMessages(std::weak_ptr<MIDIManager> manager, CoreMIDIAPIVersion api,
                                                          std::shared_ptr<MIDIPlatform> platform,
                                                          std::string queueLabel, const MIDIReceiver& receiver)
-    : MIDIManaged(std::move(manager), api, std::move(platform)),
-      queue_(MIDIInternals::makeSerialQueue(std::move(queueLabel))),
+    : MIDIManaged(manager, api, std::move(platform)),
+      queue_(ownerQueue(manager, std::move(queueLabel))),
       receiveHandler_(receiver.create(queue_)) {}
 
 MIDIManagedReceivesMessages::~MIDIManagedReceivesMessages() { MIDIInternals::releaseQueue(std::move(queue_)); }

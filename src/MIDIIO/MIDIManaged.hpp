@@ -54,7 +54,9 @@ protected:
 };
 
 // Receiving: the system's callback copies each list into packet values on the backend's thread
-// and hops to the object's own queue, holding the object weakly; the receiver runs there.
+// and hops to the object's own queue, holding the object weakly; the receiver runs there. The
+// object's queue is a queue of its own that runs on the manager's receive queue, so that the
+// threads of a process do not grow with its inputs.
 class MIDIManagedReceivesMessages : public MIDIManaged,
                                     public std::enable_shared_from_this<MIDIManagedReceivesMessages> {
 public:

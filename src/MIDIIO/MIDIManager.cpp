@@ -41,9 +41,13 @@ MIDIManager::MIDIManager(Key, std::string clientName, std::string model, std::st
       manufacturer(std::move(manufacturer)),
       platform_(std::move(platform)),
       managementQueue_(MIDIInternals::makeSerialQueue(managementQueueLabel(this->clientName))),
+      receiveQueue_(MIDIInternals::makeSerialQueue(managementQueue_->label() + "-receive")),
       notificationHandler_(std::move(notificationHandler)) {}
 
-MIDIManager::~MIDIManager() { MIDIInternals::releaseQueue(std::move(managementQueue_)); }
+MIDIManager::~MIDIManager() {
+    MIDIInternals::releaseQueue(std::move(managementQueue_));
+    MIDIInternals::releaseQueue(std::move(receiveQueue_));
+}
 
 template <class F>
 auto MIDIManager::onManagementQueue(F&& work) {

@@ -133,6 +133,9 @@ public:
     void setNotificationHandler(NotificationHandler handler) { notificationHandler_.setWrappedValue(std::move(handler)); }
 
     MIDIInternals::DispatchQueue& managementQueue() const { return *managementQueue_; }
+    // The one serial queue on which the queues of this manager's inputs and input connections
+    // run: received data of all of them is handled there, one owner's at a time.
+    const std::shared_ptr<MIDIInternals::DispatchQueue>& receiveQueue() const { return receiveQueue_; }
     const std::shared_ptr<MIDIPlatform>& platform() const { return platform_; }
     // The label of the management queue for a client name.
     static std::string managementQueueLabel(const std::string& clientName);
@@ -173,6 +176,7 @@ private:
 
     const std::shared_ptr<MIDIPlatform> platform_;
     std::shared_ptr<MIDIInternals::DispatchQueue> managementQueue_;
+    std::shared_ptr<MIDIInternals::DispatchQueue> receiveQueue_;
     MIDIInternals::PThreadMutex<MIDIClientRef> coreMIDIClientRef_{0};
     std::mutex startMutex_;
     MIDIInternals::PThreadMutex<CoreMIDIAPIVersion> preferredAPI_{

@@ -4,6 +4,7 @@
 #include "LoopbackFixture.hpp"
 
 #include "MIDIInternals/DispatchSync.hpp"
+#include "MIDIInternals/TargetQueue.hpp"
 
 namespace MIDIIO::testing {
 namespace {
@@ -30,6 +31,10 @@ TEST_F(LoopbackTest, InputConnectionAddsAndRemovesSourcesByIdentityAndByEndpoint
                             log.receiver());
     auto connection = app->managedInputConnection("in");
     EXPECT_EQ(namesOf(connection->endpoints()), std::vector<std::string>{"Keys"});
+    // The connection's queue is its own, on the manager's one receive queue: no thread of its own.
+    auto ownQueue = std::dynamic_pointer_cast<MIDIInternals::TargetQueue>(connection->queue());
+    ASSERT_NE(ownQueue, nullptr);
+    EXPECT_EQ(ownQueue->target(), app->receiveQueue());
 
     // Each source plays its own program change; the sources of what arrived are named.
     auto play = [&](std::size_t expected) {
