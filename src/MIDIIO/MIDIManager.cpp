@@ -80,6 +80,11 @@ void MIDIManager::start() {
                 },
                 &ref);
             MIDIIOError::check(status);
+            platform_->clientSetFlushBlock(ref, [weakSelf] {
+                if (auto self = weakSelf.lock()) {
+                    self->drainQueues();
+                }
+            });
             coreMIDIClientRef_.setWrappedValue(ref);
         };
         // The client is made on the main thread.
@@ -93,6 +98,11 @@ void MIDIManager::start() {
     } else {
         onManagementQueue(steps);
     }
+}
+
+void MIDIManager::drainQueues() {
+    MIDIInternals::syncOn(*managementQueue_, [] {});
+    MIDIInternals::syncOn(*receiveQueue_, [] {});
 }
 
 // --- Caches and notifications. ---

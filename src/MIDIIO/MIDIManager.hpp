@@ -169,6 +169,8 @@ private:
     template <class F>
     auto onManagementQueue(F&& work);
     void requireStarted() const;
+    // Waits for what the management queue and the receive queue hold now.
+    void drainQueues();
     void updateObjectCache();
     void handle(const MIDINotificationMessage& message);
     std::uint64_t addMonitor(Monitor monitor);

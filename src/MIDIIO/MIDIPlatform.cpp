@@ -24,6 +24,8 @@ std::shared_ptr<MIDIPlatform> MIDIPlatform::shared() {
 
 void MIDIPlatform::setShared(std::shared_ptr<MIDIPlatform> platform) { sharedSlot().set(std::move(platform)); }
 
+void MIDIPlatform::clientSetFlushBlock(MIDIClientRef, std::function<void()>) {}
+
 MIDITimeStamp MIDIPlatform::hostTime() const {
     return static_cast<MIDITimeStamp>(
         std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())

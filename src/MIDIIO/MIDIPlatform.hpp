@@ -115,6 +115,9 @@ public:
     // Clients.
     virtual OSStatus clientCreateWithBlock(const std::string& name, NotifyBlock notifyBlock,
                                            MIDIClientRef* outClient) = 0;
+    // What the client runs to finish the work the backend has handed it so far (its queues
+    // drained), for a backend that can flush deterministically; others ignore it.
+    virtual void clientSetFlushBlock(MIDIClientRef client, std::function<void()> flushBlock);
 
     // Virtual endpoints.
     virtual OSStatus sourceCreate(MIDIClientRef client, const std::string& name, MIDIEndpointRef* outSource) = 0;

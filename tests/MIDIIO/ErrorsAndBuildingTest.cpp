@@ -262,7 +262,7 @@ TEST_F(LoopbackTest, LegacyReceiveKeepsRunningStatusAcrossPackets) {
     // A later packet continues the note on status, with a clock byte in between.
     output->send(std::vector<std::uint8_t>{0x3D, 0xF8, 0x41});
     output->send(std::vector<std::uint8_t>{0x3E, 0x42, 0xB1, 0x07, 0x64});
-    ASSERT_TRUE(waitFor([&] { return log.count() >= 5; }));
+    ASSERT_TRUE(delivered([&] { return log.count() >= 5; }));
     auto events = log.snapshot();
     ASSERT_EQ(events.size(), 5u);
     EXPECT_EQ(events[0], MIDIEvent::noteOn(MIDICore::UInt7(0x3C), MIDICore::ChanVoice7Bit16BitValue::midi1(MIDICore::UInt7(0x40)), MIDICore::UInt4(0)));

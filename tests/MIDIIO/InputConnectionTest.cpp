@@ -41,7 +41,7 @@ TEST_F(LoopbackTest, InputConnectionAddsAndRemovesSourcesByIdentityAndByEndpoint
         std::size_t before = log.count();
         server->deviceSourceSend(keys.coreMIDIObjectRef, {0xC0, 0x01});
         server->deviceSourceSend(pads.coreMIDIObjectRef, {0xC0, 0x02});
-        EXPECT_TRUE(waitFor([&] { return log.count() >= before + expected; }));
+        EXPECT_TRUE(delivered([&] { return log.count() >= before + expected; }));
         server->flush();
         MIDIInternals::syncOn(*connection->queue(), [] {});
         std::lock_guard lock(log.mutex);
@@ -77,10 +77,10 @@ TEST_F(LoopbackTest, InputConnectionAddsAndRemovesSourcesByIdentityAndByEndpoint
     connection->add(std::vector{MIDIEndpointIdentity::name("Later"), MIDIEndpointIdentity::name("Keys")});
     EXPECT_EQ(namesOf(connection->endpoints()), std::vector<std::string>{"Keys"});
     MIDIOutputEndpoint later(server, server->addSource(entity, "Later"));
-    ASSERT_TRUE(waitFor([&] { return connection->endpoints().size() == 2; }));
+    ASSERT_TRUE(delivered([&] { return connection->endpoints().size() == 2; }));
     std::size_t before = log.count();
     server->deviceSourceSend(later.coreMIDIObjectRef, {0xFC});
-    ASSERT_TRUE(waitFor([&] { return log.count() == before + 1; }));
+    ASSERT_TRUE(delivered([&] { return log.count() == before + 1; }));
     EXPECT_EQ(log.snapshot().back(), MIDIEvent::stop());
 
     connection->removeAllOutputs();

@@ -1,6 +1,6 @@
 #pragma once
-// A fresh loopback server for each test, a manual main queue that this thread runs, and a wait
-// for what a backend thread delivers.
+// A fresh loopback server for each test, a manual main queue that this thread runs, and the
+// delivery of everything in flight without sleeping.
 
 #include "MIDIIO/MIDIManager.hpp"
 #include "backends/midi_loopback/LoopbackMIDIServer.hpp"
@@ -9,10 +9,8 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <functional>
 #include <mutex>
-#include <thread>
 #include <vector>
 
 namespace MIDIIO::testing {
@@ -29,20 +27,16 @@ protected:
         MIDIInternals::setMainQueue(nullptr);
     }
 
-    // Runs what is due on the main queue.
-    virtual void pollMainQueue() { mainQueue->poll(); }
+    // Runs what is due on the main queue; returns how many items ran.
+    virtual std::size_t pollMainQueue() { return mainQueue->poll(); }
 
-    // Runs the main queue until the condition holds, for at most five seconds of real time.
-    bool waitFor(const std::function<bool()>& condition) {
-        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-        while (!condition()) {
-            if (std::chrono::steady_clock::now() > deadline) {
-                return false;
-            }
-            pollMainQueue();
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-        return true;
+    // Delivers everything in flight (the server's queue, the managers' queues, then the main
+    // queue, until none of them has anything left), then tells whether the condition holds.
+    bool delivered(const std::function<bool()>& condition) {
+        do {
+            server->flush();
+        } while (pollMainQueue() > 0);
+        return condition();
     }
 
     std::shared_ptr<MIDIManager> startedManager(const std::string& name,

@@ -30,7 +30,7 @@ TEST_P(ThruTest, ThruConnectionRoutesOneApplicationToTheOther) {
 
     a->managedOutput("out")->send(MIDIEvent::timingClock());
     a->managedOutput("out")->send(MIDIEvent::stop());
-    ASSERT_TRUE(waitFor([&] { return log.count() == 2; }));
+    ASSERT_TRUE(delivered([&] { return log.count() == 2; }));
     EXPECT_EQ(log.snapshot(), (std::vector{MIDIEvent::timingClock(), MIDIEvent::stop()}));
 
     router->remove(ManagedType::nonPersistentThruConnection, TagSelection::all());
@@ -185,7 +185,7 @@ TEST_F(LoopbackTest, ThruFilterFlagsKeepBackTheKindsTheyNameInEitherForm) {
             } else {
                 server->deviceSourceSend(deviceSource.coreMIDIObjectRef, allBytes);
             }
-            ASSERT_TRUE(waitFor([&] { return log.count() >= received + keptKinds.size(); }));
+            ASSERT_TRUE(delivered([&] { return log.count() >= received + keptKinds.size(); }));
             server->flush();
             MIDIInternals::syncOn(*listener->managedInput("in")->queue(), [] {});
             auto all = log.snapshot();

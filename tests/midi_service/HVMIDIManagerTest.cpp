@@ -38,14 +38,17 @@ protected:
         DefaultsStore::setStandard(std::make_shared<DefaultsStore>(folder_ / "defaults.json"));
         configuration_->productToSendOut = "Havrel Test";
     }
-    ~HVMIDIManagerTest() override {
+    void TearDown() override {
         if (auto manager = HVMIDIManager::shared()) {
             manager->stopTimers();
         }
         HVMIDIManager::setShared(nullptr);
         HVMIDIManager::setClockForTesting(nullptr);
+        HVTransmissionManager::setShared(nullptr);
+        HVCentralTransmissionManager::sharedInstance()->resetForTesting();
         DefaultsStore::setStandard(nullptr);
         std::filesystem::remove_all(folder_);
+        MIDIServiceTest::TearDown();
     }
 
     // Advances virtual time in steps of 100 ms, letting the server's threads deliver between.
@@ -104,7 +107,7 @@ TEST_F(HVMIDIManagerTest, RangeCommandsLeaveAsMIDI2EventsOnTheVirtualOutput) {
     send(3, 1.0);
     send(4, 1.0);
     send(1, 1.0);
-    ASSERT_TRUE(waitFor([&] { return log.count() >= 5; }));
+    ASSERT_TRUE(delivered([&] { return log.count() >= 5; }));
     server->flush();
     auto events = log.snapshot();
     ASSERT_EQ(events.size(), 5u);
@@ -131,9 +134,6 @@ TEST_F(HVMIDIManagerTest, RangeCommandsLeaveAsMIDI2EventsOnTheVirtualOutput) {
     EXPECT_EQ(bend->channel, UInt4(3));
     ASSERT_NE(events[4].get<MIDIEvent::CC>(), nullptr);
     EXPECT_EQ(events[4].get<MIDIEvent::CC>()->value().midi1Value(), UInt7(127));
-
-    HVTransmissionManager::setShared(nullptr);
-    HVCentralTransmissionManager::sharedInstance()->resetForTesting();
 }
 
 TEST_F(HVMIDIManagerTest, SendsClampWithTheirLinesAndChooseOnePath) {
@@ -145,7 +145,7 @@ TEST_F(HVMIDIManagerTest, SendsClampWithTheirLinesAndChooseOnePath) {
     manager->sendWithPitchBend(16384, 0, true);
     manager->sendWithPitchBend(16383, 255, true);
     manager->sendOnOffNote(130, 0, 3, true);
-    ASSERT_TRUE(waitFor([&] { return log.count() == 5; }));
+    ASSERT_TRUE(delivered([&] { return log.count() == 5; }));
     auto events = log.snapshot();
     EXPECT_EQ(capture.count("cc value 200 out of 7-bit range \u2014 clamped"), 1u);
     EXPECT_EQ(capture.count("channel 16 out of range \u2014 clamped"), 1u);
@@ -220,7 +220,7 @@ TEST_F(HVMIDIManagerTest, RefreshJoinsEndpointsByNameOnceAndKeepsConnectionsOfVa
     auto other = startedManager("Other");
     other->addOutput("Drums", "drums", MIDIIO::MIDIIdentifierPersistence::adHoc());
     other->addInput("Drums", "drumsIn", MIDIIO::MIDIIdentifierPersistence::adHoc(), MIDIIO::MIDIReceiver::events({}));
-    ASSERT_TRUE(waitFor([&] { return manager->midiManager()->endpoints().outputs.size() == 2; }));
+    ASSERT_TRUE(delivered([&] { return manager->midiManager()->endpoints().outputs.size() == 2; }));
 
     advance(milliseconds(500));
     ASSERT_TRUE(manager->midiInputConnection().has_value());
@@ -428,7 +428,7 @@ TEST(ObserverRemoval, IndicesApplyToTheShrinkingArrayInOrder) {
 TEST_F(ClockTest, ClockFromAnotherApplicationReachesTheParserThroughTheRefresh) {
     auto other = startedManager("Clock Source");
     other->addOutput("Clock Out", "clock", MIDIIO::MIDIIdentifierPersistence::adHoc());
-    ASSERT_TRUE(waitFor([&] { return manager_->midiManager()->endpoints().outputs.size() == 1; }));
+    ASSERT_TRUE(delivered([&] { return manager_->midiManager()->endpoints().outputs.size() == 1; }));
     advance(seconds(1));
     const auto id = other->managedOutput("clock")->uniqueID();
     ASSERT_TRUE(id.has_value());
@@ -440,7 +440,7 @@ TEST_F(ClockTest, ClockFromAnotherApplicationReachesTheParserThroughTheRefresh) 
     for (int i = 0; i < 6; ++i) {
         other->managedOutput("clock")->send(MIDIEvent::timingClock());
     }
-    ASSERT_TRUE(waitFor([&] { return manager_->debugTotalMIDIEventsReceived() == 7; }));
+    ASSERT_TRUE(delivered([&] { return manager_->debugTotalMIDIEventsReceived() == 7; }));
     EXPECT_TRUE(manager_->isTempoStarted());
     EXPECT_EQ(manager_->position(), 1.0);
 }

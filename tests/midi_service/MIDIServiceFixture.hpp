@@ -13,7 +13,7 @@ namespace havrel::testing {
 class MIDIServiceTest : public MIDIIO::testing::LoopbackTest {
 protected:
     MIDIServiceTest() { installMIDILibraryServices(); }
-    void pollMainQueue() override { MainQueue::shared().poll(); }
+    std::size_t pollMainQueue() override { return MainQueue::shared().poll(); }
 
     ManualClockScope clock;
 };

@@ -52,7 +52,7 @@ TEST_F(OutputMonitorTest, HearsWhatLeavesThroughTheNamedOutput) {
     app->managedOutput("out")->send(MIDIEvent::cc(UInt7(7), ChanVoice7Bit32BitValue::midi1(UInt7(64)), UInt4(0)));
     app->managedOutput("out")->send(
         MIDIEvent::pitchBend(ChanVoice14Bit32BitValue::midi1(MIDICore::UInt14::fromStorage(8192)), UInt4(3)));
-    ASSERT_TRUE(waitFor([&] {
+    ASSERT_TRUE(delivered([&] {
         std::lock_guard lock(mutex);
         return lines.size() >= 2;
     }));
