@@ -10,6 +10,7 @@ build: deps
 
 test: build
 	ctest --preset default
+	./scripts/check-midi-library-standalone
 
 test-asan: deps
 	cmake --preset asan-ubsan
