@@ -13,9 +13,10 @@
 
 #include "MIDIInternals/DispatchSync.hpp"
 #include "MIDIInternals/MainThread.hpp"
-#include "MIDIInternals/PThreadRWLock.hpp"
 
 #include <memory>
+#include <mutex>
+#include <shared_mutex>
 #include <utility>
 
 namespace MIDIInternals {
@@ -54,12 +55,12 @@ public:
     ThreadSynchronizedPThreadMutex& operator=(const ThreadSynchronizedPThreadMutex&) = delete;
 
     T wrappedValue() const {
-        PThreadReadGuard guard(lock);
+        std::shared_lock guard(lock);
         return storage;
     }
     void setWrappedValue(T newValue) {
         syncOn(*queue, [this, &newValue] {
-            PThreadWriteGuard guard(lock);
+            std::unique_lock guard(lock);
             storage = std::move(newValue);
         });
     }
@@ -67,7 +68,7 @@ public:
 
 protected:
     std::shared_ptr<DispatchQueue> queue;
-    mutable PThreadRWLock lock;
+    mutable std::shared_mutex lock;
     T storage;
 };
 
@@ -81,11 +82,11 @@ public:
     MainThreadSynchronizedPThreadMutex& operator=(const MainThreadSynchronizedPThreadMutex&) = delete;
 
     T wrappedValue() const {
-        PThreadReadGuard guard(lock);
+        std::shared_lock guard(lock);
         return storage;
     }
     void setWrappedValue(T newValue) {
-        PThreadWriteGuard guard(lock);
+        std::unique_lock guard(lock);
         if (queue == nullptr || queue->isCurrent()) {
             storage = std::move(newValue);
         } else {
@@ -99,7 +100,7 @@ protected:
         : queue(std::move(queue)), storage(std::move(initial)) {}
 
     std::shared_ptr<DispatchQueue> queue;
-    mutable PThreadRWLock lock;
+    mutable std::shared_mutex lock;
     T storage;
 };
 
