@@ -15,6 +15,7 @@ check-includes: deps
 test: check-includes
 	$(MAKE) --no-print-directory build
 	ctest --preset default
+	./scripts/check-midi-library-standalone
 
 test-asan: deps
 	cmake --preset asan-ubsan

@@ -6,8 +6,9 @@
 // Run: build/default/bench/bench_midi_io_send
 
 #include "MIDIIO/MIDIManager.hpp"
-#include "MIDIIO/loopback/LoopbackMIDIServer.hpp"
-#include "MIDIInternals/MainThread.hpp"
+#include "backends/midi_loopback/LoopbackMIDIServer.hpp"
+#include "MIDIInternals/DispatchSync.hpp"
+#include "MIDIInternals/SerialQueueFactory.hpp"
 
 #include <benchmark/benchmark.h>
 
@@ -40,7 +41,7 @@ using MIDICore::MIDIEvent;
 // A loopback server whose sends go nowhere.
 class SwallowingServer final : public LoopbackMIDIServer {
 public:
-    SwallowingServer() : LoopbackMIDIServer(true, havrel::SerialQueue::create("bench-loopback")) {}
+    SwallowingServer() : LoopbackMIDIServer(true, MIDIInternals::makeSerialQueue("bench-loopback")) {}
     OSStatus received(MIDIEndpointRef, std::span<const std::uint8_t> list) override { return sink(list); }
     OSStatus receivedEventList(MIDIEndpointRef, std::span<const std::uint8_t> list) override { return sink(list); }
     OSStatus send(MIDIPortRef, MIDIEndpointRef, std::span<const std::uint8_t> list) override { return sink(list); }
@@ -54,10 +55,8 @@ private:
 };
 
 std::shared_ptr<MIDIOutput> makeOutput(std::shared_ptr<MIDIPlatform> platform, CoreMIDIAPIVersion api) {
-    MIDIInternals::registerMainThread();
-    MIDIPlatform::setShared(std::move(platform));
     static std::vector<std::shared_ptr<MIDIManager>> managers;  // kept for the process
-    auto manager = MIDIManager::create("Bench", "Havrel", "HavrelApps");
+    auto manager = MIDIManager::create(std::move(platform), "Bench", "Havrel", "HavrelApps");
     manager->start();
     manager->setPreferredAPI(api);
     manager->addOutput("Bench Out", "out", MIDIIdentifierPersistence::adHoc());
@@ -115,7 +114,7 @@ void BM_SendThroughLoopbackToReceiver(benchmark::State& state) {
     auto output = makeOutput(server, CoreMIDIAPIVersion::newCoreMIDI(MIDIProtocolVersion::midi2_0));
     std::atomic<std::size_t> received{0};
     static std::vector<std::shared_ptr<MIDIManager>> listeners;
-    auto listener = MIDIManager::create("Listener", "Havrel", "HavrelApps");
+    auto listener = MIDIManager::create(server, "Listener", "Havrel", "HavrelApps");
     listener->start();
     listener->addInputConnection(MIDIInputConnectionMode::outputs({MIDIEndpointIdentity::name("Bench Out")}), "in", {},
                                  MIDIReceiver::events([&](const std::vector<MIDIEvent>& events, MIDITimeStamp,
@@ -130,7 +129,7 @@ void BM_SendThroughLoopbackToReceiver(benchmark::State& state) {
         ++sent;
     });
     server->flush();
-    listener->managedInputConnection("in")->queue()->sync([] {});
+    MIDIInternals::syncOn(*listener->managedInputConnection("in")->queue(), [] {});
     state.counters["delivered"] = static_cast<double>(received.load()) / static_cast<double>(sent);
 }
 BENCHMARK(BM_SendThroughLoopbackToReceiver);

@@ -8,8 +8,8 @@
 // second when the path is kept full. Log lines are formatted and discarded.
 #include "../tests/central/RangeCommandBuilders.hpp"
 #include "MIDIIO/MIDIManager.hpp"
-#include "MIDIIO/loopback/LoopbackMIDIServer.hpp"
-#include "MIDIInternals/MainThread.hpp"
+#include "backends/midi_loopback/LoopbackMIDIServer.hpp"
+#include "platform/MIDILibraryServices.hpp"
 #include "central/HVCentralConnectionTypeManager.hpp"
 #include "central/HVCentralTransmissionManager.hpp"
 #include "central/RNClient.hpp"
@@ -53,7 +53,7 @@ struct Path {
 
     Path() {
         MainQueue::shared().resetForTesting();
-        MIDIInternals::registerMainThread();
+        havrel::installMIDILibraryServices();
         char pattern[] = "/tmp/havrel-bench-XXXXXX";
         folder = ::mkdtemp(pattern);
         DefaultsStore::setStandard(std::make_shared<DefaultsStore>(folder / "defaults.json"));
@@ -65,7 +65,7 @@ struct Path {
         midi = HVMIDIManager::initSharedMinimalWithConnectionConfiguration(configuration);
         dispatch.registerValueChangeObserversIfNeeded();
 
-        listener = MIDIIO::MIDIManager::create("Listener", "Havrel", "HavrelApps");
+        listener = MIDIIO::MIDIManager::create(server, "Listener", "Havrel", "HavrelApps");
         listener->start();
         listener->addInputConnection(
             MIDIIO::MIDIInputConnectionMode::outputs({MIDIIO::MIDIEndpointIdentity::name("Havrel Bench Output")}),

@@ -9,8 +9,8 @@
 // lines are formatted and discarded.
 #include "../tests/central/RangeCommandBuilders.hpp"
 #include "MIDIIO/MIDIManager.hpp"
-#include "MIDIIO/loopback/LoopbackMIDIServer.hpp"
-#include "MIDIInternals/MainThread.hpp"
+#include "backends/midi_loopback/LoopbackMIDIServer.hpp"
+#include "platform/MIDILibraryServices.hpp"
 #include "central/HVCentralTransmissionManager.hpp"
 #include "central/RNClient.hpp"
 #include "core/HVCentralConnectionManager.hpp"
@@ -87,7 +87,7 @@ struct Path {
 
     Path() {
         MainQueue::shared().resetForTesting();
-        MIDIInternals::registerMainThread();
+        havrel::installMIDILibraryServices();
         char pattern[] = "/tmp/havrel-bench-XXXXXX";
         folder = ::mkdtemp(pattern);
         DefaultsStore::setStandard(std::make_shared<DefaultsStore>(folder / "defaults.json"));
@@ -101,7 +101,7 @@ struct Path {
         HVCentralUSBManager::instantiateWithProductToSendOut("Havrel Bench", "1.0", options);
         HavrelCoreBaseMac::instantiateWithProductToSendOut("Havrel Bench", "1.0", "2.1");
 
-        listener = MIDIIO::MIDIManager::create("Listener", "Havrel", "HavrelApps");
+        listener = MIDIIO::MIDIManager::create(server, "Listener", "Havrel", "HavrelApps");
         listener->start();
         listener->addInputConnection(
             MIDIIO::MIDIInputConnectionMode::outputs({MIDIIO::MIDIEndpointIdentity::name("Havrel Bench Output")}),

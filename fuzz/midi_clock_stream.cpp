@@ -6,8 +6,8 @@
 // must be sane.
 #include "FuzzCheck.hpp"
 #include "MIDICore/MIDI1Parser.hpp"
-#include "MIDIIO/loopback/LoopbackMIDIServer.hpp"
-#include "MIDIInternals/MainThread.hpp"
+#include "backends/midi_loopback/LoopbackMIDIServer.hpp"
+#include "platform/MIDILibraryServices.hpp"
 #include "midi_service/HVMIDIManager.hpp"
 #include "platform/DefaultsStore.hpp"
 #include "platform/Log.hpp"
@@ -35,7 +35,7 @@ double now = 1000.0;
 std::shared_ptr<HVMIDIManager> manager() {
     static std::shared_ptr<HVMIDIManager> instance = [] {
         setLogSink(std::make_shared<DiscardingSink>());
-        MIDIInternals::registerMainThread();
+        havrel::installMIDILibraryServices();
         char pattern[] = "/tmp/havrel-fuzz-clock-XXXXXX";
         const std::filesystem::path folder = ::mkdtemp(pattern);
         DefaultsStore::setStandard(std::make_shared<DefaultsStore>(folder / "defaults.json"));

@@ -14,7 +14,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     std::span<const std::uint8_t> list(data + 1, size - 1);
     if (data[0] & 1) {
-        auto [protocol, packets] = MIDIIO::readEventList(list, std::nullopt);
+        auto [protocol, packets] = MIDIIO::readEventList(list, nullptr, std::nullopt);
         for (const auto& packet : packets) {
             if (packet.bytes.size() > MIDIIO::kMIDIEventPacketMaxWords * 4) {
                 __builtin_trap();
@@ -22,7 +22,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         }
         (void)protocol;
     } else {
-        auto packets = MIDIIO::readPacketList(list, std::nullopt);
+        auto packets = MIDIIO::readPacketList(list, nullptr, std::nullopt);
         std::size_t total = 0;
         for (const auto& packet : packets) {
             total += packet.bytes.size() + MIDIIO::kSizeOfMIDIPacketHeader;

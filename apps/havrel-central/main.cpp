@@ -9,12 +9,11 @@
 #include "core/HavrelCoreBaseMac.hpp"
 #include "midi_service/HVMIDIManager.hpp"
 #include "midi_service/HVMIDIOutputMonitor.hpp"
-#include "MIDIInternals/MainThread.hpp"
-#include "MIDIIO/MIDIPlatform.hpp"
-#include "MIDIIO/loopback/LoopbackMIDIServer.hpp"
+#include "backends/midi_loopback/LoopbackMIDIBackend.hpp"
 #include "platform/DefaultsStore.hpp"
 #include "platform/HostPrompts.hpp"
 #include "platform/Log.hpp"
+#include "platform/MIDILibraryServices.hpp"
 #include "platform/MainQueue.hpp"
 #include "transport/usb/HVCentralUSBManager.hpp"
 
@@ -93,10 +92,10 @@ int main(int argc, char** argv) {
     promptOptions.output = &std::cerr;
     HostPrompts::setShared(std::make_shared<TerminalHostPrompts>(promptOptions));
 
-    // This thread runs the main queue: the MIDI library's main thread too.
-    MIDIInternals::registerMainThread();
+    // This thread runs the main queue, which is the MIDI library's main queue too.
+    installMIDILibraryServices();
     chooseBackend(options.midiBackend);
-    MIDIIO::MIDIPlatform::setShared(MIDIIO::LoopbackMIDIServer::create());
+    MIDIIO::LoopbackMIDIBackend::install();
 
     auto product = HVProductData::create();
     product->name = options.product;

@@ -1,6 +1,6 @@
 #include "MIDIIO/MIDIEventPacket.hpp"
 
-#include "platform/Assert.hpp"
+#include "MIDIInternals/Fatal.hpp"
 
 #include <limits>
 
@@ -94,7 +94,9 @@ std::vector<std::uint8_t> makeMIDIPacketList(const std::vector<std::vector<std::
     // always has.
     std::size_t needed = kSizeOfMIDIPacketListHeader;
     for (const auto& packet : data) {
-        HV_ASSERT(packet.size() <= (std::numeric_limits<std::size_t>::max() - needed) / 10);
+        if (packet.size() > (std::numeric_limits<std::size_t>::max() - needed) / 10) {
+            MIDIInternals::fatalError("packet list size overflows");
+        }
         needed += 10 * packet.size();
     }
     if (needed > 65536) {

@@ -24,37 +24,39 @@ bool MIDIIOInternalNotification::updatesCache() const {
     return get<Added>() || get<Removed>() || get<PropertyChanged>() || get<SetupChanged>();
 }
 
-std::optional<AnyMIDIIOObject> systemObject(MIDIObjectRef ref, MIDIObjectType type) {
+std::optional<AnyMIDIIOObject> systemObject(const std::shared_ptr<MIDIPlatform>& platform, MIDIObjectRef ref,
+                                            MIDIObjectType type) {
     if (ref == 0) {
         return std::nullopt;
     }
     std::int32_t id = 0;
-    if (MIDIPlatform::shared()->objectGetIntegerProperty(ref, std::string(PropertyKey::kUniqueID), &id) != noErr) {
+    if (platform->objectGetIntegerProperty(ref, std::string(PropertyKey::kUniqueID), &id) != noErr) {
         return std::nullopt;
     }
     switch (type) {
         case MIDIObjectType::device:
-        case MIDIObjectType::externalDevice: return AnyMIDIIOObject(MIDIDevice(ref));
+        case MIDIObjectType::externalDevice: return AnyMIDIIOObject(MIDIDevice(platform, ref));
         case MIDIObjectType::entity:
-        case MIDIObjectType::externalEntity: return AnyMIDIIOObject(MIDIEntity(ref));
+        case MIDIObjectType::externalEntity: return AnyMIDIIOObject(MIDIEntity(platform, ref));
         case MIDIObjectType::source:
-        case MIDIObjectType::externalSource: return AnyMIDIIOObject(MIDIOutputEndpoint(ref));
+        case MIDIObjectType::externalSource: return AnyMIDIIOObject(MIDIOutputEndpoint(platform, ref));
         case MIDIObjectType::destination:
-        case MIDIObjectType::externalDestination: return AnyMIDIIOObject(MIDIInputEndpoint(ref));
+        case MIDIObjectType::externalDestination: return AnyMIDIIOObject(MIDIInputEndpoint(platform, ref));
         case MIDIObjectType::other: break;
     }
     return std::nullopt;
 }
 
 std::optional<MIDIIONotification> MIDIIONotification::from(const MIDIIOInternalNotification& internal,
-                                                            const MIDIObjectCache& cache) {
+                                                            const MIDIObjectCache& cache,
+                                                            const std::shared_ptr<MIDIPlatform>& platform) {
     using I = MIDIIOInternalNotification;
     if (const auto* added = internal.get<I::Added>()) {
-        auto object = systemObject(added->childRef, added->childType);
+        auto object = systemObject(platform, added->childRef, added->childType);
         if (!object) {
             return std::nullopt;
         }
-        return MIDIIONotification(Added{*object, systemObject(added->parentRef, added->parentType)});
+        return MIDIIONotification(Added{*object, systemObject(platform, added->parentRef, added->parentType)});
     }
     if (const auto* removed = internal.get<I::Removed>()) {
         auto object = cache.object(removed->childRef, removed->childType);
@@ -63,20 +65,20 @@ std::optional<MIDIIONotification> MIDIIONotification::from(const MIDIIOInternalN
         }
         auto parent = cache.object(removed->parentRef, removed->parentType);
         if (!parent) {
-            parent = systemObject(removed->parentRef, removed->parentType);
+            parent = systemObject(platform, removed->parentRef, removed->parentType);
         }
         return MIDIIONotification(Removed{*object, parent});
     }
     if (const auto* changed = internal.get<I::PropertyChanged>()) {
         auto property = MIDIIOObjectProperty::fromKey(changed->propertyName);
-        auto object = systemObject(changed->forRef, changed->objectType);
+        auto object = systemObject(platform, changed->forRef, changed->objectType);
         if (!property || !object) {
             return std::nullopt;
         }
         return MIDIIONotification(PropertyChanged{*property, *object});
     }
     if (const auto* error = internal.get<I::IOError>()) {
-        auto device = systemObject(error->deviceRef, MIDIObjectType::device);
+        auto device = systemObject(platform, error->deviceRef, MIDIObjectType::device);
         if (!device) {
             return std::nullopt;
         }

@@ -54,7 +54,8 @@ public:
     // cache as it stood before the change. Nothing when an object cannot be found or the
     // property is unknown.
     static std::optional<MIDIIONotification> from(const MIDIIOInternalNotification& internal,
-                                                  const MIDIObjectCache& cache);
+                                                  const MIDIObjectCache& cache,
+                                                  const std::shared_ptr<MIDIPlatform>& platform);
 
     const Storage& storage() const { return storage_; }
     template <class T>
@@ -68,6 +69,7 @@ private:
 };
 
 // The object of a reference as the system knows it now; nothing when it does not.
-std::optional<AnyMIDIIOObject> systemObject(MIDIObjectRef ref, MIDIObjectType type);
+std::optional<AnyMIDIIOObject> systemObject(const std::shared_ptr<MIDIPlatform>& platform, MIDIObjectRef ref,
+                                            MIDIObjectType type);
 
 }  // namespace MIDIIO

@@ -14,7 +14,8 @@ std::string_view description(MIDIIOObjectType type) {
     return "";
 }
 
-MIDIIOObject::MIDIIOObject(MIDIIOObjectType type, MIDIObjectRef ref) : objectType(type), coreMIDIObjectRef(ref) {
+MIDIIOObject::MIDIIOObject(MIDIIOObjectType type, std::shared_ptr<MIDIPlatform> platform, MIDIObjectRef ref)
+    : objectType(type), coreMIDIObjectRef(ref), platform_(std::move(platform)) {
     name = getName().value_or("");
     displayName = getDisplayName().value_or("");
     uniqueID = getUniqueID().value_or(0);
@@ -22,7 +23,7 @@ MIDIIOObject::MIDIIOObject(MIDIIOObjectType type, MIDIObjectRef ref) : objectTyp
 
 std::optional<std::string> MIDIIOObject::getStringProperty(std::string_view key) const {
     std::string value;
-    if (MIDIPlatform::shared()->objectGetStringProperty(coreMIDIObjectRef, std::string(key), &value) != noErr) {
+    if (platform_->objectGetStringProperty(coreMIDIObjectRef, std::string(key), &value) != noErr) {
         return std::nullopt;
     }
     return value;
@@ -30,7 +31,7 @@ std::optional<std::string> MIDIIOObject::getStringProperty(std::string_view key)
 
 std::optional<std::int32_t> MIDIIOObject::getIntegerProperty(std::string_view key) const {
     std::int32_t value = 0;
-    if (MIDIPlatform::shared()->objectGetIntegerProperty(coreMIDIObjectRef, std::string(key), &value) != noErr) {
+    if (platform_->objectGetIntegerProperty(coreMIDIObjectRef, std::string(key), &value) != noErr) {
         return std::nullopt;
     }
     return value;
@@ -38,7 +39,7 @@ std::optional<std::int32_t> MIDIIOObject::getIntegerProperty(std::string_view ke
 
 std::optional<nlohmann::json> MIDIIOObject::getDictionaryProperty(std::string_view key) const {
     nlohmann::json value;
-    if (MIDIPlatform::shared()->objectGetDictionaryProperty(coreMIDIObjectRef, std::string(key), &value) != noErr) {
+    if (platform_->objectGetDictionaryProperty(coreMIDIObjectRef, std::string(key), &value) != noErr) {
         return std::nullopt;
     }
     return value;
@@ -54,7 +55,7 @@ std::string MIDIIOObject::getStringPropertyThrowing(std::string_view key) const 
 
 MIDIIOObjectProperty::Value<std::string> MIDIIOObject::propertyValue(MIDIIOObjectProperty property) const {
     using Value = MIDIIOObjectProperty::Value<std::string>;
-    auto platform = MIDIPlatform::shared();
+    const auto& platform = platform_;
     std::string key(property.key());
     OSStatus status = noErr;
     std::string text;
@@ -110,7 +111,7 @@ std::vector<std::pair<std::string, std::string>> MIDIIOObject::propertiesAsStrin
 
 std::optional<nlohmann::json> MIDIIOObject::getProperties(bool deep) const {
     nlohmann::json properties;
-    if (MIDIPlatform::shared()->objectGetProperties(coreMIDIObjectRef, &properties, deep) != noErr) {
+    if (platform_->objectGetProperties(coreMIDIObjectRef, &properties, deep) != noErr) {
         return std::nullopt;
     }
     return properties;
@@ -119,11 +120,11 @@ std::optional<nlohmann::json> MIDIIOObject::getProperties(bool deep) const {
 namespace {
 // The objects at indexes 0 ..< count, skipping references the system gives as 0.
 template <class T, class Get>
-std::vector<T> collect(ItemCount count, Get&& get) {
+std::vector<T> collect(const std::shared_ptr<MIDIPlatform>& platform, ItemCount count, Get&& get) {
     std::vector<T> result;
     for (ItemCount i = 0; i < count; ++i) {
         if (auto ref = get(i); ref != 0) {
-            result.emplace_back(ref);
+            result.emplace_back(platform, ref);
         }
     }
     return result;
@@ -136,38 +137,38 @@ std::string objectDescription(std::string_view type, const MIDIIOObject& object)
 }  // namespace
 
 std::vector<MIDIEntity> MIDIDevice::entities() const {
-    auto platform = MIDIPlatform::shared();
-    return collect<MIDIEntity>(platform->deviceGetNumberOfEntities(coreMIDIObjectRef), [&](ItemCount i) { return platform->deviceGetEntity(coreMIDIObjectRef, i); });
+    const auto& platform = platform_;
+    return collect<MIDIEntity>(platform, platform->deviceGetNumberOfEntities(coreMIDIObjectRef), [&](ItemCount i) { return platform->deviceGetEntity(coreMIDIObjectRef, i); });
 }
 
 std::string MIDIDevice::description() const { return objectDescription("MIDIDevice", *this); }
 
 std::optional<MIDIDevice> MIDIEntity::device() const {
     MIDIDeviceRef ref = 0;
-    if (MIDIPlatform::shared()->entityGetDevice(coreMIDIObjectRef, &ref) != noErr || ref == 0) {
+    if (platform_->entityGetDevice(coreMIDIObjectRef, &ref) != noErr || ref == 0) {
         return std::nullopt;
     }
-    return MIDIDevice(ref);
+    return MIDIDevice(platform_, ref);
 }
 
 std::vector<MIDIInputEndpoint> MIDIEntity::inputs() const {
-    auto platform = MIDIPlatform::shared();
-    return collect<MIDIInputEndpoint>(platform->entityGetNumberOfDestinations(coreMIDIObjectRef), [&](ItemCount i) { return platform->entityGetDestination(coreMIDIObjectRef, i); });
+    const auto& platform = platform_;
+    return collect<MIDIInputEndpoint>(platform, platform->entityGetNumberOfDestinations(coreMIDIObjectRef), [&](ItemCount i) { return platform->entityGetDestination(coreMIDIObjectRef, i); });
 }
 
 std::vector<MIDIOutputEndpoint> MIDIEntity::outputs() const {
-    auto platform = MIDIPlatform::shared();
-    return collect<MIDIOutputEndpoint>(platform->entityGetNumberOfSources(coreMIDIObjectRef), [&](ItemCount i) { return platform->entityGetSource(coreMIDIObjectRef, i); });
+    const auto& platform = platform_;
+    return collect<MIDIOutputEndpoint>(platform, platform->entityGetNumberOfSources(coreMIDIObjectRef), [&](ItemCount i) { return platform->entityGetSource(coreMIDIObjectRef, i); });
 }
 
 std::string MIDIEntity::description() const { return objectDescription("MIDIEntity", *this); }
 
 std::optional<MIDIEntity> MIDIEndpoint::entity() const {
     MIDIEntityRef ref = 0;
-    if (MIDIPlatform::shared()->endpointGetEntity(coreMIDIObjectRef, &ref) != noErr || ref == 0) {
+    if (platform_->endpointGetEntity(coreMIDIObjectRef, &ref) != noErr || ref == 0) {
         return std::nullopt;
     }
-    return MIDIEntity(ref);
+    return MIDIEntity(platform_, ref);
 }
 
 std::optional<MIDIDevice> MIDIEndpoint::device() const {
@@ -182,19 +183,16 @@ std::string AnyMIDIIOObject::description() const {
     return std::visit([](const auto& object) { return object.description(); }, storage_);
 }
 
-std::vector<MIDIDevice> getSystemDevices() {
-    auto platform = MIDIPlatform::shared();
-    return collect<MIDIDevice>(platform->getNumberOfDevices(), [&](ItemCount i) { return platform->getDevice(i); });
+std::vector<MIDIDevice> getSystemDevices(const std::shared_ptr<MIDIPlatform>& platform) {
+    return collect<MIDIDevice>(platform, platform->getNumberOfDevices(), [&](ItemCount i) { return platform->getDevice(i); });
 }
 
-std::vector<MIDIInputEndpoint> getSystemDestinationEndpoints() {
-    auto platform = MIDIPlatform::shared();
-    return collect<MIDIInputEndpoint>(platform->getNumberOfDestinations(), [&](ItemCount i) { return platform->getDestination(i); });
+std::vector<MIDIInputEndpoint> getSystemDestinationEndpoints(const std::shared_ptr<MIDIPlatform>& platform) {
+    return collect<MIDIInputEndpoint>(platform, platform->getNumberOfDestinations(), [&](ItemCount i) { return platform->getDestination(i); });
 }
 
-std::vector<MIDIOutputEndpoint> getSystemSourceEndpoints() {
-    auto platform = MIDIPlatform::shared();
-    return collect<MIDIOutputEndpoint>(platform->getNumberOfSources(), [&](ItemCount i) { return platform->getSource(i); });
+std::vector<MIDIOutputEndpoint> getSystemSourceEndpoints(const std::shared_ptr<MIDIPlatform>& platform) {
+    return collect<MIDIOutputEndpoint>(platform, platform->getNumberOfSources(), [&](ItemCount i) { return platform->getSource(i); });
 }
 
 }  // namespace MIDIIO

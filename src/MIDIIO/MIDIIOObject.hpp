@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -33,6 +34,9 @@ public:
     std::string displayName;
     MIDIUniqueID uniqueID = 0;
     MIDIObjectRef coreMIDIObjectRef = 0;
+
+    // The system the object was read from, which later reads ask again.
+    const std::shared_ptr<MIDIPlatform>& platform() const { return platform_; }
 
     // Fresh reads of the system. Failed reads give nothing (false for flags).
     std::optional<std::string> getStringProperty(std::string_view key) const;
@@ -68,12 +72,18 @@ public:
     // All properties as the system gives them; nothing on a failed read.
     std::optional<nlohmann::json> getProperties(bool deep = false) const;
 
-    friend bool operator==(const MIDIIOObject&, const MIDIIOObject&) = default;
+    // The same snapshot: type, names, unique ID and reference.
+    friend bool operator==(const MIDIIOObject& a, const MIDIIOObject& b) {
+        return a.objectType == b.objectType && a.name == b.name && a.displayName == b.displayName &&
+               a.uniqueID == b.uniqueID && a.coreMIDIObjectRef == b.coreMIDIObjectRef;
+    }
 
 protected:
     MIDIIOObject() = default;
     // Reads name, display name and unique ID of the reference.
-    MIDIIOObject(MIDIIOObjectType type, MIDIObjectRef ref);
+    MIDIIOObject(MIDIIOObjectType type, std::shared_ptr<MIDIPlatform> platform, MIDIObjectRef ref);
+
+    std::shared_ptr<MIDIPlatform> platform_;
 };
 
 class MIDIEntity;
@@ -82,7 +92,8 @@ class MIDIOutputEndpoint;
 
 class MIDIDevice : public MIDIIOObject {
 public:
-    explicit MIDIDevice(MIDIDeviceRef ref) : MIDIIOObject(MIDIIOObjectType::device, ref) {}
+    MIDIDevice(std::shared_ptr<MIDIPlatform> platform, MIDIDeviceRef ref)
+        : MIDIIOObject(MIDIIOObjectType::device, std::move(platform), ref) {}
     std::vector<MIDIEntity> entities() const;
     bool isOffline() const { return getIsOffline(); }
     std::string description() const;
@@ -90,7 +101,8 @@ public:
 
 class MIDIEntity : public MIDIIOObject {
 public:
-    explicit MIDIEntity(MIDIEntityRef ref) : MIDIIOObject(MIDIIOObjectType::entity, ref) {}
+    MIDIEntity(std::shared_ptr<MIDIPlatform> platform, MIDIEntityRef ref)
+        : MIDIIOObject(MIDIIOObjectType::entity, std::move(platform), ref) {}
     std::optional<MIDIDevice> device() const;
     std::vector<MIDIInputEndpoint> inputs() const;
     std::vector<MIDIOutputEndpoint> outputs() const;
@@ -109,14 +121,16 @@ protected:
 
 class MIDIInputEndpoint : public MIDIEndpoint {
 public:
-    explicit MIDIInputEndpoint(MIDIEndpointRef ref) : MIDIEndpoint(MIDIIOObjectType::inputEndpoint, ref) {}
+    MIDIInputEndpoint(std::shared_ptr<MIDIPlatform> platform, MIDIEndpointRef ref)
+        : MIDIEndpoint(MIDIIOObjectType::inputEndpoint, std::move(platform), ref) {}
     static constexpr MIDIEndpointType endpointType = MIDIEndpointType::input;
     std::string description() const;
 };
 
 class MIDIOutputEndpoint : public MIDIEndpoint {
 public:
-    explicit MIDIOutputEndpoint(MIDIEndpointRef ref) : MIDIEndpoint(MIDIIOObjectType::outputEndpoint, ref) {}
+    MIDIOutputEndpoint(std::shared_ptr<MIDIPlatform> platform, MIDIEndpointRef ref)
+        : MIDIEndpoint(MIDIIOObjectType::outputEndpoint, std::move(platform), ref) {}
     static constexpr MIDIEndpointType endpointType = MIDIEndpointType::output;
     std::string description() const;
 };
@@ -155,8 +169,8 @@ private:
 };
 
 // Reading the system, in the order it gives.
-std::vector<MIDIDevice> getSystemDevices();
-std::vector<MIDIInputEndpoint> getSystemDestinationEndpoints();
-std::vector<MIDIOutputEndpoint> getSystemSourceEndpoints();
+std::vector<MIDIDevice> getSystemDevices(const std::shared_ptr<MIDIPlatform>& platform);
+std::vector<MIDIInputEndpoint> getSystemDestinationEndpoints(const std::shared_ptr<MIDIPlatform>& platform);
+std::vector<MIDIOutputEndpoint> getSystemSourceEndpoints(const std::shared_ptr<MIDIPlatform>& platform);
 
 }  // namespace MIDIIO

@@ -5,8 +5,8 @@
 namespace MIDIIO {
 
 namespace {
-std::shared_ptr<havrel::DefaultsStore> suiteOf(const MIDIIdentifierPersistence::UserDefaultsManaged& managed) {
-    return managed.suite ? managed.suite : havrel::DefaultsStore::standard();
+std::shared_ptr<MIDIInternals::KeyValueStore> suiteOf(const MIDIIdentifierPersistence::UserDefaultsManaged& managed) {
+    return managed.suite ? managed.suite : MIDIInternals::KeyValueStore::standard();
 }
 }  // namespace
 
@@ -40,7 +40,7 @@ void MIDIIdentifierPersistence::writeID(std::optional<MIDIUniqueID> id) const {
         void operator()(const UserDefaultsManaged& p) const {
             auto suite = suiteOf(p);
             if (id) {
-                suite->set(p.key, *id);
+                suite->setInteger(p.key, *id);
             } else {
                 suite->remove(p.key);
             }

@@ -2,7 +2,7 @@
 // Where a virtual endpoint's unique ID is kept between runs.
 
 #include "MIDIIO/MIDIPlatform.hpp"
-#include "platform/DefaultsStore.hpp"
+#include "MIDIInternals/KeyValueStore.hpp"
 
 #include <functional>
 #include <memory>
@@ -18,15 +18,15 @@ public:
     using StoreHandler = std::function<void(std::optional<MIDIUniqueID>)>;
 
     struct Unmanaged { MIDIUniqueID id; };
-    struct UserDefaultsManaged { std::string key; std::shared_ptr<havrel::DefaultsStore> suite; };
+    struct UserDefaultsManaged { std::string key; std::shared_ptr<MIDIInternals::KeyValueStore> suite; };
     struct ManagedStorage { ReadHandler readHandler; StoreHandler storeHandler; };
     struct AdHoc {};
     using Storage = std::variant<Unmanaged, UserDefaultsManaged, ManagedStorage, AdHoc>;
 
     static MIDIIdentifierPersistence unmanaged(MIDIUniqueID id) { return MIDIIdentifierPersistence(Unmanaged{id}); }
-    // A null suite means the process's standard store.
+    // A null suite means the process's standard store (MIDIInternals::KeyValueStore::standard()).
     static MIDIIdentifierPersistence userDefaultsManaged(std::string key,
-                                                         std::shared_ptr<havrel::DefaultsStore> suite = nullptr) {
+                                                         std::shared_ptr<MIDIInternals::KeyValueStore> suite = nullptr) {
         return MIDIIdentifierPersistence(UserDefaultsManaged{std::move(key), std::move(suite)});
     }
     static MIDIIdentifierPersistence managedStorage(ReadHandler readHandler, StoreHandler storeHandler) {

@@ -1,7 +1,7 @@
 #include "MIDIIO/MIDIInputConnection.hpp"
 
 #include "MIDIIO/MIDIManager.hpp"
-#include "MIDIIO/UUID.hpp"
+#include "MIDIInternals/UUID.hpp"
 
 namespace MIDIIO {
 
@@ -10,7 +10,7 @@ MIDIInputConnection::MIDIInputConnection(std::weak_ptr<MIDIManager> manager, std
                                          MIDIInputConnectionMode mode, MIDIEndpointFilter filter,
                                          CoreMIDIAPIVersion api, const MIDIReceiver& receiver)
     : MIDIManagedReceivesMessages(std::move(manager), api, std::move(platform),
-                                  "MIDIInputConnection-" + randomUUIDString(), receiver),
+                                  "MIDIInputConnection-" + MIDIInternals::randomUUIDString(), receiver),
       mode_(std::move(mode)),
       filter_(std::move(filter)),
       outputsCriteria_(mode_.matching) {}
@@ -59,7 +59,7 @@ void MIDIInputConnection::connectLocked(const std::vector<MIDIUniqueID>& ownedID
     if (!coreMIDIInputPortRef_) {
         throw MIDIIOError::connectionError("Not in a listening state; can't connect to endpoints.");
     }
-    auto found = connectionEndpoints(getSystemSourceEndpoints(), mode_.all, outputsCriteria_, filter_, ownedIDs);
+    auto found = connectionEndpoints(getSystemSourceEndpoints(platform_), mode_.all, outputsCriteria_, filter_, ownedIDs);
     std::set<MIDIEndpointRef> wanted;
     for (const auto& endpoint : found) {
         wanted.insert(endpoint.coreMIDIObjectRef);
@@ -140,7 +140,7 @@ std::vector<MIDIEndpointIdentity> MIDIInputConnection::outputsCriteria() const {
 std::vector<MIDIOutputEndpoint> MIDIInputConnection::endpoints() const {
     std::vector<MIDIOutputEndpoint> result;
     for (auto ref : coreMIDIOutputEndpointRefs()) {
-        result.emplace_back(ref);
+        result.emplace_back(platform_, ref);
     }
     return result;
 }

@@ -52,7 +52,7 @@ private:
     void connectLocked(const std::vector<MIDIUniqueID>& ownedIDs);
     std::vector<MIDIUniqueID> ownedIDs() const;
 
-    mutable std::recursive_mutex mutex_;
+    mutable std::mutex mutex_;
     MIDIInputConnectionMode mode_;
     MIDIEndpointFilter filter_;
     std::vector<MIDIEndpointIdentity> outputsCriteria_;

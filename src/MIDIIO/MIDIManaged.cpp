@@ -2,7 +2,10 @@
 
 #include "MIDICore/MIDI1Wire.hpp"
 #include "MIDIIO/MIDIEventPacket.hpp"
-#include "MIDIIO/QueueRelease.hpp"
+#include "MIDIInternals/QueueRelease.hpp"
+#include "MIDIIO/MIDIManager.hpp"
+#include "MIDIInternals/SerialQueueFactory.hpp"
+#include "MIDIInternals/TargetQueue.hpp"
 
 #include <array>
 
@@ -110,14 +113,25 @@ void MIDIManagedSendsMessages::send(std::span<const std::uint8_t> rawBytes) {
 
 // --- Receiving. ---
 
+namespace {
+// The owner's queue runs on its manager's receive queue; an owner made without a manager gets a
+// serial queue of its own.
+std::shared_ptr<MIDIInternals::DispatchQueue> ownerQueue(const std::weak_ptr<MIDIManager>& manager, std::string label) {
+    if (auto owner = manager.lock()) {
+        return MIDIInternals::TargetQueue::create(std::move(label), owner->receiveQueue());
+    }
+    return MIDIInternals::makeSerialQueue(std::move(label));
+}
+}  // namespace
+
 MIDIManagedReceivesMessages::MIDIManagedReceivesMessages(std::weak_ptr<MIDIManager> manager, CoreMIDIAPIVersion api,
                                                          std::shared_ptr<MIDIPlatform> platform,
                                                          std::string queueLabel, const MIDIReceiver& receiver)
-    : MIDIManaged(std::move(manager), api, std::move(platform)),
-      queue_(havrel::SerialQueue::create(std::move(queueLabel))),
+    : MIDIManaged(manager, api, std::move(platform)),
+      queue_(ownerQueue(manager, std::move(queueLabel))),
       receiveHandler_(receiver.create(queue_)) {}
 
-MIDIManagedReceivesMessages::~MIDIManagedReceivesMessages() { releaseQueue(std::move(queue_)); }
+MIDIManagedReceivesMessages::~MIDIManagedReceivesMessages() { MIDIInternals::releaseQueue(std::move(queue_)); }
 
 std::shared_ptr<MIDIReceiverProtocol> MIDIManagedReceivesMessages::receiveHandler() const {
     std::lock_guard lock(handlerMutex_);
@@ -127,7 +141,7 @@ std::shared_ptr<MIDIReceiverProtocol> MIDIManagedReceivesMessages::receiveHandle
 void MIDIManagedReceivesMessages::setReceiver(const MIDIReceiver& receiver) {
     std::weak_ptr<MIDIManagedReceivesMessages> weakSelf = weak_from_this();
     auto handler = receiver.create(queue_);
-    queue_->post([weakSelf, handler] {
+    queue_->async([weakSelf, handler] {
         if (auto self = weakSelf.lock()) {
             std::lock_guard lock(self->handlerMutex_);
             self->receiveHandler_ = handler;
@@ -137,14 +151,14 @@ void MIDIManagedReceivesMessages::setReceiver(const MIDIReceiver& receiver) {
 
 MIDIPlatform::ReadBlock MIDIManagedReceivesMessages::makeReadBlock(bool lookUpSource) {
     std::weak_ptr<MIDIManagedReceivesMessages> weakSelf = weak_from_this();
-    return [weakSelf, lookUpSource](std::span<const std::uint8_t> list, MIDIRefCon refCon) {
-        auto packets = readPacketList(list, lookUpSource ? std::optional<MIDIEndpointRef>(static_cast<MIDIEndpointRef>(refCon))
+    return [weakSelf, platform = platform_, lookUpSource](std::span<const std::uint8_t> list, MIDIRefCon refCon) {
+        auto packets = readPacketList(list, platform, lookUpSource ? std::optional<MIDIEndpointRef>(static_cast<MIDIEndpointRef>(refCon))
                                                          : std::nullopt);
         auto self = weakSelf.lock();
         if (!self || packets.empty()) {
             return;
         }
-        self->queue_->post([weakSelf, packets = std::move(packets)] {
+        self->queue_->async([weakSelf, packets = std::move(packets)] {
             if (auto owner = weakSelf.lock()) {
                 if (auto handler = owner->receiveHandler()) {
                     handler->packetListReceived(packets);
@@ -156,14 +170,14 @@ MIDIPlatform::ReadBlock MIDIManagedReceivesMessages::makeReadBlock(bool lookUpSo
 
 MIDIPlatform::ReceiveBlock MIDIManagedReceivesMessages::makeReceiveBlock(bool lookUpSource) {
     std::weak_ptr<MIDIManagedReceivesMessages> weakSelf = weak_from_this();
-    return [weakSelf, lookUpSource](std::span<const std::uint8_t> list, MIDIRefCon refCon) {
+    return [weakSelf, platform = platform_, lookUpSource](std::span<const std::uint8_t> list, MIDIRefCon refCon) {
         auto [protocol, packets] = readEventList(
-            list, lookUpSource ? std::optional<MIDIEndpointRef>(static_cast<MIDIEndpointRef>(refCon)) : std::nullopt);
+            list, platform, lookUpSource ? std::optional<MIDIEndpointRef>(static_cast<MIDIEndpointRef>(refCon)) : std::nullopt);
         auto self = weakSelf.lock();
         if (!self || !protocol || packets.empty()) {
             return;
         }
-        self->queue_->post([weakSelf, protocol = *protocol, packets = std::move(packets)] {
+        self->queue_->async([weakSelf, protocol = *protocol, packets = std::move(packets)] {
             if (auto owner = weakSelf.lock()) {
                 if (auto handler = owner->receiveHandler()) {
                     handler->eventListReceived(packets, protocol);
@@ -173,8 +187,7 @@ MIDIPlatform::ReceiveBlock MIDIManagedReceivesMessages::makeReceiveBlock(bool lo
     };
 }
 
-std::optional<MIDIOutputEndpoint> lookUpSourceEndpoint(MIDIEndpointRef ref) {
-    auto platform = MIDIPlatform::shared();
+std::optional<MIDIOutputEndpoint> lookUpSourceEndpoint(const std::shared_ptr<MIDIPlatform>& platform, MIDIEndpointRef ref) {
     std::string name;
     std::string displayName;
     std::int32_t uniqueID = 0;
@@ -183,14 +196,14 @@ std::optional<MIDIOutputEndpoint> lookUpSourceEndpoint(MIDIEndpointRef ref) {
         platform->objectGetIntegerProperty(ref, std::string(PropertyKey::kUniqueID), &uniqueID) != noErr) {
         return std::nullopt;
     }
-    return MIDIOutputEndpoint(ref);
+    return MIDIOutputEndpoint(platform, ref);
 }
 
-std::vector<MIDIPacketData> readPacketList(std::span<const std::uint8_t> packetList,
+std::vector<MIDIPacketData> readPacketList(std::span<const std::uint8_t> packetList, const std::shared_ptr<MIDIPlatform>& platform,
                                            std::optional<MIDIEndpointRef> sourceRef) {
     std::optional<MIDIOutputEndpoint> source;
     if (sourceRef) {
-        source = lookUpSourceEndpoint(*sourceRef);
+        source = lookUpSourceEndpoint(platform, *sourceRef);
     }
     std::vector<MIDIPacketData> packets;
     forEachMIDIPacket(packetList, [&](std::span<const std::uint8_t> bytes, MIDITimeStamp timeStamp) {
@@ -200,14 +213,15 @@ std::vector<MIDIPacketData> readPacketList(std::span<const std::uint8_t> packetL
 }
 
 std::pair<std::optional<MIDIProtocolVersion>, std::vector<UniversalMIDIPacketData>> readEventList(
-    std::span<const std::uint8_t> eventList, std::optional<MIDIEndpointRef> sourceRef) {
+    std::span<const std::uint8_t> eventList, const std::shared_ptr<MIDIPlatform>& platform,
+    std::optional<MIDIEndpointRef> sourceRef) {
     std::int32_t protocolID = 0;
     std::vector<UniversalMIDIPacketData> packets;
     std::optional<MIDIOutputEndpoint> source;
     bool looked = false;
     forEachMIDIEventPacket(eventList, &protocolID, [&](std::span<const std::uint32_t> words, MIDITimeStamp timeStamp) {
         if (sourceRef && !looked) {
-            source = lookUpSourceEndpoint(*sourceRef);
+            source = lookUpSourceEndpoint(platform, *sourceRef);
             looked = true;
         }
         packets.push_back(UniversalMIDIPacketData::fromWords(words, timeStamp, source));

@@ -6,7 +6,7 @@
 #include "MIDIIO/CoreMIDIAPIVersion.hpp"
 #include "MIDIIO/MIDIIOError.hpp"
 #include "MIDIIO/MIDIReceiver.hpp"
-#include "platform/SerialQueue.hpp"
+#include "MIDIInternals/DispatchQueue.hpp"
 
 #include <memory>
 #include <mutex>
@@ -54,14 +54,16 @@ protected:
 };
 
 // Receiving: the system's callback copies each list into packet values on the backend's thread
-// and hops to the object's own queue, holding the object weakly; the receiver runs there.
+// and hops to the object's own queue, holding the object weakly; the receiver runs there. The
+// object's queue is a queue of its own that runs on the manager's receive queue, so that the
+// threads of a process do not grow with its inputs.
 class MIDIManagedReceivesMessages : public MIDIManaged,
                                     public std::enable_shared_from_this<MIDIManagedReceivesMessages> {
 public:
     ~MIDIManagedReceivesMessages() override;
     // Replaces the receiver, on the object's queue.
     void setReceiver(const MIDIReceiver& receiver);
-    const std::shared_ptr<havrel::SerialQueue>& queue() const { return queue_; }
+    const std::shared_ptr<MIDIInternals::DispatchQueue>& queue() const { return queue_; }
 
 protected:
     MIDIManagedReceivesMessages(std::weak_ptr<MIDIManager> manager, CoreMIDIAPIVersion api,
@@ -74,18 +76,19 @@ protected:
 private:
     std::shared_ptr<MIDIReceiverProtocol> receiveHandler() const;
 
-    std::shared_ptr<havrel::SerialQueue> queue_;
+    std::shared_ptr<MIDIInternals::DispatchQueue> queue_;
     mutable std::mutex handlerMutex_;
     std::shared_ptr<MIDIReceiverProtocol> receiveHandler_;
 };
 
 // Reading what the system hands in. Both copy at once; a malformed list yields the packets
 // before the fault. The source endpoint is read by reference; a failed read leaves it absent.
-std::vector<MIDIPacketData> readPacketList(std::span<const std::uint8_t> packetList,
+std::vector<MIDIPacketData> readPacketList(std::span<const std::uint8_t> packetList, const std::shared_ptr<MIDIPlatform>& platform,
                                            std::optional<MIDIEndpointRef> sourceRef);
 // The protocol of the list (nothing for an unknown one, with no packets) and its packets.
 std::pair<std::optional<MIDIProtocolVersion>, std::vector<UniversalMIDIPacketData>> readEventList(
-    std::span<const std::uint8_t> eventList, std::optional<MIDIEndpointRef> sourceRef);
-std::optional<MIDIOutputEndpoint> lookUpSourceEndpoint(MIDIEndpointRef ref);
+    std::span<const std::uint8_t> eventList, const std::shared_ptr<MIDIPlatform>& platform,
+    std::optional<MIDIEndpointRef> sourceRef);
+std::optional<MIDIOutputEndpoint> lookUpSourceEndpoint(const std::shared_ptr<MIDIPlatform>& platform, MIDIEndpointRef ref);
 
 }  // namespace MIDIIO

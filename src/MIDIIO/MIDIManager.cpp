@@ -1,37 +1,37 @@
 #include "MIDIIO/MIDIManager.hpp"
 
-#include "MIDIIO/QueueRelease.hpp"
-#include "MIDIIO/UUID.hpp"
+#include "MIDIInternals/UUID.hpp"
 #include "MIDIInternals/DispatchSync.hpp"
 #include "MIDIInternals/MainThread.hpp"
+#include "MIDIInternals/QueueRelease.hpp"
+#include "MIDIInternals/SerialQueueFactory.hpp"
 #include "MIDIInternals/TextHelpers.hpp"
-#include "platform/MainQueue.hpp"
 
 namespace MIDIIO {
 
-void setMIDINetworkSession(std::optional<MIDIIONetworkConnectionPolicy> policy) {
-    auto platform = MIDIPlatform::shared();
+void setMIDINetworkSession(MIDIPlatform& platform, std::optional<MIDIIONetworkConnectionPolicy> policy) {
     if (policy) {
-        platform->setNetworkSessionEnabled(true);
-        platform->setNetworkSessionConnectionPolicy(static_cast<std::uint32_t>(*policy));
+        platform.setNetworkSessionEnabled(true);
+        platform.setNetworkSessionConnectionPolicy(static_cast<std::uint32_t>(*policy));
     } else {
-        platform->setNetworkSessionEnabled(false);
-        platform->setNetworkSessionConnectionPolicy(0);
+        platform.setNetworkSessionEnabled(false);
+        platform.setNetworkSessionConnectionPolicy(0);
     }
 }
 
 std::string MIDIManager::managementQueueLabel(const std::string& clientName) {
     auto base = MIDIInternals::onlyAlphanumerics(clientName);
     if (base.empty()) {
-        base = randomUUIDString();
+        base = MIDIInternals::randomUUIDString();
     }
     return base + "-management";
 }
 
-std::shared_ptr<MIDIManager> MIDIManager::create(std::string clientName, std::string model, std::string manufacturer,
+std::shared_ptr<MIDIManager> MIDIManager::create(std::shared_ptr<MIDIPlatform> platform, std::string clientName,
+                                                 std::string model, std::string manufacturer,
                                                  NotificationHandler notificationHandler) {
     return std::make_shared<MIDIManager>(Key{}, std::move(clientName), std::move(model), std::move(manufacturer),
-                                         std::move(notificationHandler), MIDIPlatform::shared());
+                                         std::move(notificationHandler), std::move(platform));
 }
 
 MIDIManager::MIDIManager(Key, std::string clientName, std::string model, std::string manufacturer,
@@ -40,10 +40,14 @@ MIDIManager::MIDIManager(Key, std::string clientName, std::string model, std::st
       model(std::move(model)),
       manufacturer(std::move(manufacturer)),
       platform_(std::move(platform)),
-      managementQueue_(havrel::SerialQueue::create(managementQueueLabel(this->clientName))),
+      managementQueue_(MIDIInternals::makeSerialQueue(managementQueueLabel(this->clientName))),
+      receiveQueue_(MIDIInternals::makeSerialQueue(managementQueue_->label() + "-receive")),
       notificationHandler_(std::move(notificationHandler)) {}
 
-MIDIManager::~MIDIManager() { releaseQueue(std::move(managementQueue_)); }
+MIDIManager::~MIDIManager() {
+    MIDIInternals::releaseQueue(std::move(managementQueue_));
+    MIDIInternals::releaseQueue(std::move(receiveQueue_));
+}
 
 template <class F>
 auto MIDIManager::onManagementQueue(F&& work) {
@@ -76,30 +80,36 @@ void MIDIManager::start() {
                 },
                 &ref);
             MIDIIOError::check(status);
+            platform_->clientSetFlushBlock(ref, [weakSelf] {
+                if (auto self = weakSelf.lock()) {
+                    self->drainQueues();
+                }
+            });
             coreMIDIClientRef_.setWrappedValue(ref);
         };
         // The client is made on the main thread.
-        if (havrel::MainQueue::shared().isCurrent() || MIDIInternals::isMainThread()) {
-            createClient();
-        } else {
-            MIDIInternals::syncOn(havrel::MainQueue::shared(), createClient);
-        }
+        MIDIInternals::syncOn(*MIDIInternals::mainQueue(), createClient);
         updateObjectCache();
     };
     // Called on the main thread, the steps run in place (the main thread waiting on the
     // management queue while that waits on the main queue would never end).
-    if (havrel::MainQueue::shared().isCurrent() || MIDIInternals::isMainThread()) {
+    if (MIDIInternals::isMainThread()) {
         steps();
     } else {
         onManagementQueue(steps);
     }
 }
 
+void MIDIManager::drainQueues() {
+    MIDIInternals::syncOn(*managementQueue_, [] {});
+    MIDIInternals::syncOn(*receiveQueue_, [] {});
+}
+
 // --- Caches and notifications. ---
 
 void MIDIManager::updateObjectCache() {
-    auto devices = MIDIDevices::fromSystem();
-    auto endpoints = MIDIEndpoints::fromSystem();
+    auto devices = MIDIDevices::fromSystem(platform_);
+    auto endpoints = MIDIEndpoints::fromSystem(platform_);
     endpoints.updateCachedProperties(ownedInputIDs(), ownedOutputIDs());
     devices_.setWrappedValue(devices);
     endpoints_.setWrappedValue(endpoints);
@@ -120,7 +130,7 @@ void MIDIManager::cacheDidUpdate(const MIDIDevices&, const MIDIEndpoints&) {}
 void MIDIManager::handle(const MIDINotificationMessage& message) {
     MIDIIOInternalNotification internal(message);
     std::weak_ptr<MIDIManager> weakSelf = weak_from_this();
-    managementQueue_->post([weakSelf, internal] {
+    managementQueue_->async([weakSelf, internal] {
         auto self = weakSelf.lock();
         if (!self) {
             return;
@@ -130,7 +140,7 @@ void MIDIManager::handle(const MIDINotificationMessage& message) {
         if (internal.updatesCache()) {
             self->updateObjectCache();
         }
-        auto notification = MIDIIONotification::from(internal, oldCache);
+        auto notification = MIDIIONotification::from(internal, oldCache, self->platform_);
 
         using I = MIDIIOInternalNotification;
         bool setupMoved = internal.get<I::Added>() || internal.get<I::Removed>() || internal.get<I::SetupChanged>();
@@ -151,7 +161,7 @@ void MIDIManager::handle(const MIDINotificationMessage& message) {
         }
         auto handler = self->notificationHandler_.wrappedValue();
         if (handler && notification) {
-            havrel::MainQueue::shared().post([handler, notification = *notification] { handler(notification); });
+            MIDIInternals::mainQueue()->async([handler, notification = *notification] { handler(notification); });
         }
     });
 }
@@ -387,7 +397,7 @@ MIDIManager::Subscription MIDIManager::addChangeObserver(std::function<void()> h
 
 void MIDIManager::postChange(std::function<void()> apply, bool observersFirst) {
     std::weak_ptr<MIDIManager> weakSelf = weak_from_this();
-    havrel::MainQueue::shared().post([weakSelf, apply = std::move(apply), observersFirst] {
+    MIDIInternals::mainQueue()->async([weakSelf, apply = std::move(apply), observersFirst] {
         auto self = weakSelf.lock();
         if (!self) {
             return;

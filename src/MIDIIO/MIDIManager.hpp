@@ -14,7 +14,7 @@
 #include "MIDIIO/MIDIOutputConnection.hpp"
 #include "MIDIIO/MIDIThruConnection.hpp"
 #include "MIDIInternals/PThreadMutex.hpp"
-#include "platform/SerialQueue.hpp"
+#include "MIDIInternals/DispatchQueue.hpp"
 
 #include <array>
 #include <functional>
@@ -40,16 +40,17 @@ struct TagSelection {
 
 enum class MIDIIONetworkConnectionPolicy : std::uint32_t { noOne = 0, hostsInContactList = 1, anyone = 2 };
 
-// On the system's default network session: with a policy, enabled and that policy; with none,
+// On the platform's default network session: with a policy, enabled and that policy; with none,
 // disabled and policy 0.
-void setMIDINetworkSession(std::optional<MIDIIONetworkConnectionPolicy> policy);
+void setMIDINetworkSession(MIDIPlatform& platform, std::optional<MIDIIONetworkConnectionPolicy> policy);
 
 class MIDIManager : public std::enable_shared_from_this<MIDIManager> {
 public:
     using NotificationHandler = std::function<void(const MIDIIONotification& notification)>;
 
-    // A stopped manager on the process's platform (MIDIPlatform::shared()).
-    static std::shared_ptr<MIDIManager> create(std::string clientName, std::string model, std::string manufacturer,
+    // A stopped manager on the given platform, which every object of the manager uses.
+    static std::shared_ptr<MIDIManager> create(std::shared_ptr<MIDIPlatform> platform, std::string clientName,
+                                               std::string model, std::string manufacturer,
                                                NotificationHandler notificationHandler = nullptr);
     virtual ~MIDIManager();
 
@@ -131,7 +132,10 @@ public:
     void setPreferredAPI(CoreMIDIAPIVersion api) { preferredAPI_.setWrappedValue(api); }
     void setNotificationHandler(NotificationHandler handler) { notificationHandler_.setWrappedValue(std::move(handler)); }
 
-    havrel::SerialQueue& managementQueue() const { return *managementQueue_; }
+    MIDIInternals::DispatchQueue& managementQueue() const { return *managementQueue_; }
+    // The one serial queue on which the queues of this manager's inputs and input connections
+    // run: received data of all of them is handled there, one owner's at a time.
+    const std::shared_ptr<MIDIInternals::DispatchQueue>& receiveQueue() const { return receiveQueue_; }
     const std::shared_ptr<MIDIPlatform>& platform() const { return platform_; }
     // The label of the management queue for a client name.
     static std::string managementQueueLabel(const std::string& clientName);
@@ -165,13 +169,16 @@ private:
     template <class F>
     auto onManagementQueue(F&& work);
     void requireStarted() const;
+    // Waits for what the management queue and the receive queue hold now.
+    void drainQueues();
     void updateObjectCache();
     void handle(const MIDINotificationMessage& message);
     std::uint64_t addMonitor(Monitor monitor);
     void removeMonitor(std::uint64_t id);
 
     const std::shared_ptr<MIDIPlatform> platform_;
-    std::shared_ptr<havrel::SerialQueue> managementQueue_;
+    std::shared_ptr<MIDIInternals::DispatchQueue> managementQueue_;
+    std::shared_ptr<MIDIInternals::DispatchQueue> receiveQueue_;
     MIDIInternals::PThreadMutex<MIDIClientRef> coreMIDIClientRef_{0};
     std::mutex startMutex_;
     MIDIInternals::PThreadMutex<CoreMIDIAPIVersion> preferredAPI_{

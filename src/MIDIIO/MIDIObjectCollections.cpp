@@ -4,12 +4,14 @@
 
 namespace MIDIIO {
 
-MIDIDevices MIDIDevices::fromSystem() { return MIDIDevices{getSystemDevices()}; }
+MIDIDevices MIDIDevices::fromSystem(const std::shared_ptr<MIDIPlatform>& platform) {
+    return MIDIDevices{getSystemDevices(platform)};
+}
 
-MIDIEndpoints MIDIEndpoints::fromSystem() {
+MIDIEndpoints MIDIEndpoints::fromSystem(const std::shared_ptr<MIDIPlatform>& platform) {
     MIDIEndpoints endpoints;
-    endpoints.inputs = getSystemDestinationEndpoints();
-    endpoints.outputs = getSystemSourceEndpoints();
+    endpoints.inputs = getSystemDestinationEndpoints(platform);
+    endpoints.outputs = getSystemSourceEndpoints(platform);
     endpoints.inputsUnowned = endpoints.inputs;
     endpoints.outputsUnowned = endpoints.outputs;
     return endpoints;

@@ -13,7 +13,7 @@ struct MIDIDevices {
     std::vector<MIDIDevice> devices;
 
     // Reads the system now.
-    static MIDIDevices fromSystem();
+    static MIDIDevices fromSystem(const std::shared_ptr<MIDIPlatform>& platform);
     friend bool operator==(const MIDIDevices&, const MIDIDevices&) = default;
 };
 
@@ -26,7 +26,7 @@ struct MIDIEndpoints {
     std::vector<MIDIOutputEndpoint> outputsUnowned;
 
     // Reads the system now; owned lists empty until updateCachedProperties.
-    static MIDIEndpoints fromSystem();
+    static MIDIEndpoints fromSystem(const std::shared_ptr<MIDIPlatform>& platform);
     // Refills the owned and unowned lists: an endpoint is owned when its unique ID is one of
     // `ownedInputIDs` (the manager's virtual inputs) or `ownedOutputIDs`.
     void updateCachedProperties(const std::vector<MIDIUniqueID>& ownedInputIDs,

@@ -105,7 +105,7 @@ void MIDIOutput::create(const MIDIManager& manager) {
 
 std::optional<MIDIOutputEndpoint> MIDIOutput::endpoint() const {
     auto ref = endpointRef();
-    return ref ? std::optional<MIDIOutputEndpoint>(MIDIOutputEndpoint(*ref)) : std::nullopt;
+    return ref ? std::optional<MIDIOutputEndpoint>(MIDIOutputEndpoint(platform_, *ref)) : std::nullopt;
 }
 
 std::string MIDIOutput::description() const { return endpointDescription("MIDIOutput", name(), uniqueID()); }
@@ -149,7 +149,7 @@ void MIDIInput::create(const MIDIManager& manager) {
 
 std::optional<MIDIInputEndpoint> MIDIInput::endpoint() const {
     auto ref = endpointRef();
-    return ref ? std::optional<MIDIInputEndpoint>(MIDIInputEndpoint(*ref)) : std::nullopt;
+    return ref ? std::optional<MIDIInputEndpoint>(MIDIInputEndpoint(platform_, *ref)) : std::nullopt;
 }
 
 std::string MIDIInput::description() const { return endpointDescription("MIDIInput", name(), uniqueID()); }

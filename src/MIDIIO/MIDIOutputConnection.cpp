@@ -47,7 +47,7 @@ void MIDIOutputConnection::refreshConnections() {
 }
 
 void MIDIOutputConnection::refreshLocked(const std::vector<MIDIUniqueID>& ownedIDs) {
-    auto found = connectionEndpoints(getSystemDestinationEndpoints(), mode_.all, inputsCriteria_, filter_, ownedIDs);
+    auto found = connectionEndpoints(getSystemDestinationEndpoints(platform_), mode_.all, inputsCriteria_, filter_, ownedIDs);
     coreMIDIInputEndpointRefs_.clear();
     for (const auto& endpoint : found) {
         coreMIDIInputEndpointRefs_.insert(endpoint.coreMIDIObjectRef);
@@ -98,7 +98,7 @@ std::vector<MIDIEndpointIdentity> MIDIOutputConnection::inputsCriteria() const {
 std::vector<MIDIInputEndpoint> MIDIOutputConnection::endpoints() const {
     std::vector<MIDIInputEndpoint> result;
     for (auto ref : coreMIDIInputEndpointRefs()) {
-        result.emplace_back(ref);
+        result.emplace_back(platform_, ref);
     }
     return result;
 }

@@ -1,28 +1,30 @@
 #include "MIDIIO/MIDIPlatform.hpp"
 
-#include "platform/Assert.hpp"
+#include "MIDIInternals/Fatal.hpp"
+#include "MIDIInternals/Slot.hpp"
 
 #include <chrono>
-#include <mutex>
 
 namespace MIDIIO {
 
 namespace {
-std::mutex sharedMutex;
-std::shared_ptr<MIDIPlatform> sharedPlatform;
+MIDIInternals::Slot<MIDIPlatform>& sharedSlot() {
+    static MIDIInternals::Slot<MIDIPlatform> slot;
+    return slot;
+}
 }  // namespace
 
 std::shared_ptr<MIDIPlatform> MIDIPlatform::shared() {
-    std::lock_guard lock(sharedMutex);
-    HV_ASSERT(sharedPlatform != nullptr);
-    return sharedPlatform;
+    auto platform = sharedSlot().get();
+    if (!platform) {
+        MIDIInternals::fatalError("MIDIPlatform::shared() read before a MIDI backend was installed");
+    }
+    return platform;
 }
 
-void MIDIPlatform::setShared(std::shared_ptr<MIDIPlatform> platform) {
-    std::shared_ptr<MIDIPlatform> previous;
-    std::lock_guard lock(sharedMutex);
-    previous = std::exchange(sharedPlatform, std::move(platform));
-}
+void MIDIPlatform::setShared(std::shared_ptr<MIDIPlatform> platform) { sharedSlot().set(std::move(platform)); }
+
+void MIDIPlatform::clientSetFlushBlock(MIDIClientRef, std::function<void()>) {}
 
 MIDITimeStamp MIDIPlatform::hostTime() const {
     return static_cast<MIDITimeStamp>(

@@ -105,13 +105,19 @@ public:
 
     virtual ~MIDIPlatform() = default;
 
-    // The process's backend; tests and hosts install one before any manager starts.
+    // The process's backend, for a host that keeps one: the host (or a test) installs it with
+    // setShared, and reading it before then is a programming fault. The library itself never
+    // reads it: each manager works on the platform it was made with.
     static std::shared_ptr<MIDIPlatform> shared();
+    // nullptr empties the slot.
     static void setShared(std::shared_ptr<MIDIPlatform> platform);
 
     // Clients.
     virtual OSStatus clientCreateWithBlock(const std::string& name, NotifyBlock notifyBlock,
                                            MIDIClientRef* outClient) = 0;
+    // What the client runs to finish the work the backend has handed it so far (its queues
+    // drained), for a backend that can flush deterministically; others ignore it.
+    virtual void clientSetFlushBlock(MIDIClientRef client, std::function<void()> flushBlock);
 
     // Virtual endpoints.
     virtual OSStatus sourceCreate(MIDIClientRef client, const std::string& name, MIDIEndpointRef* outSource) = 0;

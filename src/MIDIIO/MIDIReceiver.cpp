@@ -2,7 +2,7 @@
 
 #include "MIDICore/MIDIEventFilter.hpp"
 #include "MIDIInternals/TextHelpers.hpp"
-#include "platform/Log.hpp"
+#include "MIDIInternals/Log.hpp"
 
 namespace MIDIIO {
 
@@ -21,7 +21,7 @@ std::shared_ptr<MIDIReceiverProtocol> MIDIReceiver::create(std::shared_ptr<MIDII
             return ready(std::make_shared<Events>(c.options, c.handler));
         }
         std::shared_ptr<MIDIReceiverProtocol> operator()(const EventsLoggingCase& c) const {
-            LogHandler log = c.handler ? c.handler : LogHandler([](const std::string& text) { havrel::log(text); });
+            LogHandler log = c.handler ? c.handler : LogHandler([](const std::string& text) { MIDIInternals::log(text); });
             return ready(std::make_shared<Events>(
                 c.options, [log](const std::vector<MIDIEvent>& events, MIDITimeStamp timeStamp,
                                  const std::optional<MIDIOutputEndpoint>& source) {
@@ -32,7 +32,7 @@ std::shared_ptr<MIDIReceiverProtocol> MIDIReceiver::create(std::shared_ptr<MIDII
             return std::make_shared<RawData>(c.handler);
         }
         std::shared_ptr<MIDIReceiverProtocol> operator()(const RawDataLoggingCase& c) const {
-            LogHandler log = c.handler ? c.handler : LogHandler([](const std::string& text) { havrel::log(text); });
+            LogHandler log = c.handler ? c.handler : LogHandler([](const std::string& text) { MIDIInternals::log(text); });
             return std::make_shared<RawData>([log](const AnyMIDIPacketData& packet) { log(rawDataLogText(packet)); });
         }
         std::shared_ptr<MIDIReceiverProtocol> operator()(const StrongCase& c) const {

@@ -23,10 +23,11 @@ namespace MIDIIO {
 template <class Derived, bool ObserversFirst>
 class PublishingMIDIManager : public MIDIManager {
 public:
-    static std::shared_ptr<Derived> create(std::string clientName, std::string model, std::string manufacturer,
+    static std::shared_ptr<Derived> create(std::shared_ptr<MIDIPlatform> platform, std::string clientName,
+                                           std::string model, std::string manufacturer,
                                            NotificationHandler notificationHandler = nullptr) {
         return std::make_shared<Derived>(Key{}, std::move(clientName), std::move(model), std::move(manufacturer),
-                                         std::move(notificationHandler), MIDIPlatform::shared());
+                                         std::move(notificationHandler), std::move(platform));
     }
     using MIDIManager::MIDIManager;
 

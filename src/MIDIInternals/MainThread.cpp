@@ -1,59 +1,20 @@
 #include "MIDIInternals/MainThread.hpp"
 
-#include <mutex>
-#include <optional>
-#include <thread>
-#include <utility>
+#include "MIDIInternals/Slot.hpp"
+#include "MIDIInternals/StandardSerialQueue.hpp"
 
 namespace MIDIInternals {
 namespace {
-
-struct MainThreadState {
-    std::mutex mutex;
-    std::shared_ptr<DispatchQueue> queue;
-    std::optional<std::thread::id> thread;
-    std::function<bool()> hook;
-};
-
-MainThreadState& state() {
-    static MainThreadState instance;
-    return instance;
+Slot<DispatchQueue>& mainSlot() {
+    static Slot<DispatchQueue> slot([] { return StandardSerialQueue::create("MIDIInternals-main"); });
+    return slot;
 }
-
 }  // namespace
 
-void setMainQueue(std::shared_ptr<DispatchQueue> queue) {
-    std::lock_guard lock(state().mutex);
-    state().queue = std::move(queue);
-}
+void setMainQueue(std::shared_ptr<DispatchQueue> queue) { mainSlot().set(std::move(queue)); }
 
-std::shared_ptr<DispatchQueue> mainQueue() {
-    std::lock_guard lock(state().mutex);
-    return state().queue;
-}
+std::shared_ptr<DispatchQueue> mainQueue() { return mainSlot().get(); }
 
-void registerMainThread() {
-    std::lock_guard lock(state().mutex);
-    if (!state().thread) {
-        state().thread = std::this_thread::get_id();
-    }
-}
-
-void setIsMainThreadHook(std::function<bool()> hook) {
-    std::lock_guard lock(state().mutex);
-    state().hook = std::move(hook);
-}
-
-bool isMainThread() {
-    std::function<bool()> hook;
-    {
-        std::lock_guard lock(state().mutex);
-        if (!state().hook) {
-            return state().thread == std::this_thread::get_id();
-        }
-        hook = state().hook;
-    }
-    return hook();
-}
+bool isMainThread() { return mainQueue()->isCurrent(); }
 
 }  // namespace MIDIInternals

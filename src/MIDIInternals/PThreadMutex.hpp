@@ -1,12 +1,14 @@
 #pragma once
-// A value guarded by its own read-write lock: reads copy under the read lock, writes and
+// A value guarded by its own read-write lock (std::shared_mutex, the library's one read-write
+// lock): reads copy under the read lock, writes and
 // modifications run under the write lock. Access is atomic per field, not per operation: a read
 // followed by a write is two steps.
 //
 // PThreadMutex is the reference form (not copyable; share it by pointer). PThreadMutexValue is
 // the value form: a copy takes the value as it is now and gets a lock of its own.
 
-#include "MIDIInternals/PThreadRWLock.hpp"
+#include <mutex>
+#include <shared_mutex>
 
 #include <utility>
 
@@ -21,19 +23,19 @@ public:
     PThreadMutex& operator=(const PThreadMutex&) = delete;
 
     T wrappedValue() const {
-        PThreadReadGuard guard(lock);
+        std::shared_lock guard(lock);
         return value;
     }
 
     void setWrappedValue(T newValue) {
-        PThreadWriteGuard guard(lock);
+        std::unique_lock guard(lock);
         value = std::move(newValue);
     }
 
     // Runs `mutation(T&)` with the write lock held. Nothing called in it may use this holder.
     template <class F>
     decltype(auto) modify(F&& mutation) {
-        PThreadWriteGuard guard(lock);
+        std::unique_lock guard(lock);
         return std::forward<F>(mutation)(value);
     }
 
@@ -41,13 +43,13 @@ public:
     // in it may change this holder.
     template <class F>
     decltype(auto) read(F&& reader) const {
-        PThreadReadGuard guard(lock);
+        std::shared_lock guard(lock);
         return std::forward<F>(reader)(static_cast<const T&>(value));
     }
 
 protected:
     T value{};
-    mutable PThreadRWLock lock;
+    mutable std::shared_mutex lock;
 };
 
 template <class T>

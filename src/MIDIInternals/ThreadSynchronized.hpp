@@ -13,9 +13,10 @@
 
 #include "MIDIInternals/DispatchSync.hpp"
 #include "MIDIInternals/MainThread.hpp"
-#include "MIDIInternals/PThreadRWLock.hpp"
 
 #include <memory>
+#include <mutex>
+#include <shared_mutex>
 #include <utility>
 
 namespace MIDIInternals {
@@ -54,12 +55,12 @@ public:
     ThreadSynchronizedPThreadMutex& operator=(const ThreadSynchronizedPThreadMutex&) = delete;
 
     T wrappedValue() const {
-        PThreadReadGuard guard(lock);
+        std::shared_lock guard(lock);
         return storage;
     }
     void setWrappedValue(T newValue) {
         syncOn(*queue, [this, &newValue] {
-            PThreadWriteGuard guard(lock);
+            std::unique_lock guard(lock);
             storage = std::move(newValue);
         });
     }
@@ -67,26 +68,26 @@ public:
 
 protected:
     std::shared_ptr<DispatchQueue> queue;
-    mutable PThreadRWLock lock;
+    mutable std::shared_mutex lock;
     T storage;
 };
 
 template <class T>
 class MainThreadSynchronizedPThreadMutex {
 public:
-    // The queue is the main queue at construction time (setMainQueue must have been called).
+    // The queue is the main queue at construction time.
     explicit MainThreadSynchronizedPThreadMutex(T initial = T{})
         : MainThreadSynchronizedPThreadMutex(mainQueue(), std::move(initial)) {}
     MainThreadSynchronizedPThreadMutex(const MainThreadSynchronizedPThreadMutex&) = delete;
     MainThreadSynchronizedPThreadMutex& operator=(const MainThreadSynchronizedPThreadMutex&) = delete;
 
     T wrappedValue() const {
-        PThreadReadGuard guard(lock);
+        std::shared_lock guard(lock);
         return storage;
     }
     void setWrappedValue(T newValue) {
-        PThreadWriteGuard guard(lock);
-        if (isMainThread() || queue == nullptr) {
+        std::unique_lock guard(lock);
+        if (queue == nullptr || queue->isCurrent()) {
             storage = std::move(newValue);
         } else {
             syncOn(*queue, [this, &newValue] { storage = std::move(newValue); });
@@ -99,7 +100,7 @@ protected:
         : queue(std::move(queue)), storage(std::move(initial)) {}
 
     std::shared_ptr<DispatchQueue> queue;
-    mutable PThreadRWLock lock;
+    mutable std::shared_mutex lock;
     T storage;
 };
 

@@ -6,6 +6,7 @@
 #include "midi_service/HVPeerData.hpp"
 #include "midi_service/LocalNetworkPermissionService.hpp"
 #include "platform/Log.hpp"
+#include "platform/MIDILibraryServices.hpp"
 #include "platform/MainQueue.hpp"
 #include "platform/SharedSlot.hpp"
 
@@ -164,7 +165,9 @@ MIDIIO::MIDIManager& HVMIDIManager::requireManager() const {
 // --- Set-up. ---
 
 void HVMIDIManager::createLibraryManager() {
-    midiManager_ = MIDIIO::MIDIManager::create(configuration_->productToSendOut, "Havrel", "HavrelApps");
+    installMIDILibraryServices();
+    midiManager_ = MIDIIO::MIDIManager::create(MIDIIO::MIDIPlatform::shared(), configuration_->productToSendOut,
+                                               "Havrel", "HavrelApps");
 }
 
 void HVMIDIManager::createClockParser() {
@@ -191,7 +194,7 @@ MIDIIO::MIDIReceiver HVMIDIManager::eventsReceiver() {
 
 void HVMIDIManager::setupMIDI() {
     log("setupMIDI");
-    MIDIIO::setMIDINetworkSession(MIDIIO::MIDIIONetworkConnectionPolicy::anyone);
+    MIDIIO::setMIDINetworkSession(*MIDIIO::MIDIPlatform::shared(), MIDIIO::MIDIIONetworkConnectionPolicy::anyone);
     {
         // Sending to the machine's own addresses is what makes a platform ask for local
         // network access; the service lives just long enough for the attempt.
@@ -208,7 +211,7 @@ void HVMIDIManager::setupMIDI() {
     createClockParser();
     setupVirtualMIDI();
     setupHardwareOutput();
-    MIDIIO::setMIDINetworkSession(MIDIIO::MIDIIONetworkConnectionPolicy::anyone);
+    MIDIIO::setMIDINetworkSession(*requireManager().platform(), MIDIIO::MIDIIONetworkConnectionPolicy::anyone);
 
     std::weak_ptr<HVMIDIManager> weakSelf = weak_from_this();
     MainQueue::shared().postAfter(std::chrono::milliseconds(500), [weakSelf] {

@@ -1,6 +1,7 @@
 #include "midi_service/HVMIDIOutputMonitor.hpp"
 
 #include "platform/Log.hpp"
+#include "platform/MIDILibraryServices.hpp"
 
 #include <fmt/format.h>
 
@@ -30,7 +31,8 @@ std::string HVMIDIOutputMonitor::lineForEvent(const std::string& endpointName, c
 
 std::unique_ptr<HVMIDIOutputMonitor> HVMIDIOutputMonitor::start(const std::string& clientName,
                                                                 const std::string& endpointName, LineHandler handler) {
-    auto manager = MIDIIO::MIDIManager::create(clientName, clientName, "Havrel");
+    installMIDILibraryServices();
+    auto manager = MIDIIO::MIDIManager::create(MIDIIO::MIDIPlatform::shared(), clientName, clientName, "Havrel");
     try {
         manager->start();
         // No option: a note on with velocity 0 is printed as what it is.

@@ -50,7 +50,7 @@ std::optional<HVPeerData> HVPeerDataFromProperties(const nlohmann::json& propert
 std::optional<HVPeerData> HVPeerDataForEntity(const MIDIIO::MIDIEntity& entity) {
     nlohmann::json properties;
     const MIDIIO::OSStatus status =
-        MIDIIO::MIDIPlatform::shared()->objectGetProperties(entity.coreMIDIObjectRef, &properties, true);
+        entity.platform()->objectGetProperties(entity.coreMIDIObjectRef, &properties, true);
     if (status != MIDIIO::noErr) {
         logf("error getting properties {}", status);
         return std::nullopt;

@@ -16,7 +16,16 @@ MainQueue& MainQueue::shared() {
     return **instance;
 }
 
+bool MainQueue::isCurrent() const {
+    return WorkQueue::isCurrent() || thread_.load() == std::this_thread::get_id();
+}
+
+void MainQueue::adoptCallingThread() {
+    thread_.store(std::this_thread::get_id());
+}
+
 void MainQueue::run() {
+    adoptCallingThread();
     CurrentScope scope(*this);
     loop_->io.run();
     loop_->io.restart();
@@ -29,6 +38,7 @@ std::size_t MainQueue::runFor(Duration duration) {
         manual->advance(duration);
         return executed_ - before;
     }
+    adoptCallingThread();
     CurrentScope scope(*this);
     const std::size_t ran = loop_->io.run_for(duration);
     if (loop_->io.stopped()) {
@@ -50,6 +60,7 @@ std::size_t MainQueue::pollReady() {
 }
 
 std::size_t MainQueue::runDueWork() {
+    adoptCallingThread();
     CurrentScope scope(*this);
     std::size_t total = 0;
     for (;;) {

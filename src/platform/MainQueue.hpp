@@ -3,6 +3,11 @@
 // registry, dispatch and most timers live here. Any thread may post to it; work runs in order
 // of posting (first in, first out for each poster).
 //
+// Its thread, the main thread, is the one that made it or last ran it (run, runFor, poll, or an
+// advance of its manual clock): isCurrent() is true there, inside work and out, so that work for
+// the main queue started on the main thread runs in place. The MIDI library asks the same
+// question through its DispatchQueue interface.
+//
 // Test mode: enableManualClock() gives the queue a manual clock. advance(d) then runs, on the
 // calling thread, everything that falls due within d in due order, including what that work
 // posts, without sleeping; that thread is then the main queue's thread, and nothing calls
@@ -10,7 +15,9 @@
 
 #include "platform/WorkQueue.hpp"
 
+#include <atomic>
 #include <cstddef>
+#include <thread>
 #include <memory>
 
 namespace havrel {
@@ -29,6 +36,9 @@ public:
     std::size_t poll();
     // Makes run() return once the item in progress is done. Any thread.
     void stop();
+
+    // True in the queue's work and on its thread (see above).
+    bool isCurrent() const override;
 
     // Test mode. Discards pending work, installs a new manual clock and returns it.
     std::shared_ptr<ManualClock> enableManualClock();
@@ -50,6 +60,10 @@ public:
 private:
     std::size_t runDueWork() override;
     std::size_t pollReady();
+    // Makes the calling thread the main queue's thread.
+    void adoptCallingThread();
+
+    std::atomic<std::thread::id> thread_{std::this_thread::get_id()};
 
     std::size_t executed_ = 0;  // items run through runDueWork, on the main queue's thread
 };

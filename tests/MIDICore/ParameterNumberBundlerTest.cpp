@@ -22,7 +22,7 @@ struct Delivery {
 
 class BundlerTest : public ::testing::Test {
 protected:
-    std::shared_ptr<MIDIInternals::testing::ManualQueue> queue = std::make_shared<MIDIInternals::testing::ManualQueue>();
+    std::shared_ptr<MIDIInternals::ManualQueue> queue = std::make_shared<MIDIInternals::ManualQueue>();
     std::vector<Delivery> deliveries;
     AdvancedMIDI2Parser<std::uint64_t, std::string> parser{
         [this](std::vector<MIDIEvent> events, std::uint64_t timeStamp, std::optional<std::string> source) {

@@ -4,10 +4,10 @@
 
 #include "LoopbackFixture.hpp"
 #include "MIDIIO/MIDIEventPacket.hpp"
+#include "MIDIInternals/InMemoryKeyValueStore.hpp"
 
 #include <algorithm>
-#include <filesystem>
-#include <unistd.h>
+#include <map>
 
 namespace MIDIIO::testing {
 namespace {
@@ -72,14 +72,27 @@ TEST(MIDIEventPacketTest, WordCountAndPacketListSizeLimits) {
     EXPECT_EQ(MIDIInternalError::packetBuildError(std::string("full")).description(), "Error building MIDI Packet. full");
 }
 
+// A store whose values may be integers or text, as a settings file may be.
+class TextValuedStore final : public MIDIInternals::KeyValueStore {
+public:
+    bool contains(const std::string& key) const override { return values_.contains(key); }
+    std::optional<std::int64_t> integer(const std::string& key) const override {
+        auto it = values_.find(key);
+        return it == values_.end() ? std::nullopt : it->second;
+    }
+    void setInteger(const std::string& key, std::int64_t value) override { values_[key] = value; }
+    void remove(const std::string& key) override { values_.erase(key); }
+    void setText(const std::string& key) { values_[key] = std::nullopt; }
+
+private:
+    std::map<std::string, std::optional<std::int64_t>> values_;  // nothing: a text
+};
+
 TEST(MIDIIdentifierPersistenceTest, EachFormReadsAndWritesItsOwnStore) {
     EXPECT_EQ(MIDIIdentifierPersistence::unmanaged(77).readID(), 77);
     EXPECT_EQ(MIDIIdentifierPersistence::adHoc().readID(), std::nullopt);
 
-    auto file = std::filesystem::temp_directory_path() /
-                ("midiio-persistence-" + std::to_string(::getpid()) + ".json");
-    std::filesystem::remove(file);
-    auto store = std::make_shared<havrel::DefaultsStore>(file);
+    auto store = std::make_shared<TextValuedStore>();
     auto stored = MIDIIdentifierPersistence::userDefaultsManaged("out", store);
     EXPECT_EQ(stored.readID(), std::nullopt);
     stored.writeID(-5);
@@ -88,11 +101,18 @@ TEST(MIDIIdentifierPersistenceTest, EachFormReadsAndWritesItsOwnStore) {
     stored.writeID(std::nullopt);
     EXPECT_FALSE(store->contains("out"));
     // A number that does not fit 32 bits, or no number at all, reads as absent.
-    store->set("out", std::int64_t{1} << 40);
+    store->setInteger("out", std::int64_t{1} << 40);
     EXPECT_EQ(stored.readID(), std::nullopt);
-    store->set("out", nlohmann::json::array());
+    store->setText("out");
+    EXPECT_TRUE(store->contains("out"));
     EXPECT_EQ(stored.readID(), std::nullopt);
-    std::filesystem::remove(file);
+    // Without a store of its own, the process's standard store.
+    auto standard = std::make_shared<MIDIInternals::InMemoryKeyValueStore>();
+    MIDIInternals::KeyValueStore::setStandard(standard);
+    MIDIIdentifierPersistence::userDefaultsManaged("in").writeID(3);
+    EXPECT_EQ(standard->integer("in"), 3);
+    MIDIInternals::KeyValueStore::setStandard(nullptr);
+    EXPECT_FALSE(MIDIInternals::KeyValueStore::standard()->contains("in"));
 
     std::optional<MIDIUniqueID> slot = 9;
     int stores = 0;
@@ -112,7 +132,7 @@ TEST(MIDIIdentifierPersistenceTest, EachFormReadsAndWritesItsOwnStore) {
 }
 
 TEST_F(LoopbackTest, EveryAddRefusesBeforeStart) {
-    auto manager = MIDIManager::create("Idle", "Havrel", "HavrelApps");
+    auto manager = MIDIManager::create(server, "Idle", "Havrel", "HavrelApps");
     auto refuses = [](const std::function<void()>& add) {
         try {
             add();
@@ -242,7 +262,7 @@ TEST_F(LoopbackTest, LegacyReceiveKeepsRunningStatusAcrossPackets) {
     // A later packet continues the note on status, with a clock byte in between.
     output->send(std::vector<std::uint8_t>{0x3D, 0xF8, 0x41});
     output->send(std::vector<std::uint8_t>{0x3E, 0x42, 0xB1, 0x07, 0x64});
-    ASSERT_TRUE(waitFor([&] { return log.count() >= 5; }));
+    ASSERT_TRUE(delivered([&] { return log.count() >= 5; }));
     auto events = log.snapshot();
     ASSERT_EQ(events.size(), 5u);
     EXPECT_EQ(events[0], MIDIEvent::noteOn(MIDICore::UInt7(0x3C), MIDICore::ChanVoice7Bit16BitValue::midi1(MIDICore::UInt7(0x40)), MIDICore::UInt4(0)));
@@ -258,7 +278,7 @@ TEST_F(LoopbackTest, NotificationsOfLiveObjectsTranslateAndUnknownPropertiesDrop
     auto endpoint = *manager->managedOutput("o")->endpoint();
     MIDIObjectCache emptyCache;
     auto translate = [&](const MIDINotificationMessage& message) {
-        return MIDIIONotification::from(MIDIIOInternalNotification(message), emptyCache);
+        return MIDIIONotification::from(MIDIIOInternalNotification(message), emptyCache, server);
     };
 
     MIDINotificationMessage added;

@@ -3,6 +3,9 @@
 
 #include "LoopbackFixture.hpp"
 
+#include "MIDIInternals/DispatchSync.hpp"
+#include "MIDIInternals/TargetQueue.hpp"
+
 namespace MIDIIO::testing {
 namespace {
 
@@ -20,23 +23,27 @@ std::vector<std::string> namesOf(const std::vector<MIDIOutputEndpoint>& endpoint
 TEST_F(LoopbackTest, InputConnectionAddsAndRemovesSourcesByIdentityAndByEndpoint) {
     auto device = server->addDevice("Box", "Maker");
     auto entity = server->addEntity(device, "Port");
-    MIDIOutputEndpoint keys(server->addSource(entity, "Keys"));
-    MIDIOutputEndpoint pads(server->addSource(entity, "Pads"));
+    MIDIOutputEndpoint keys(server, server->addSource(entity, "Keys"));
+    MIDIOutputEndpoint pads(server, server->addSource(entity, "Pads"));
     auto app = startedManager("App");
     EventLog log;
     app->addInputConnection(MIDIInputConnectionMode::outputs({MIDIEndpointIdentity::name("Keys")}), "in", {},
                             log.receiver());
     auto connection = app->managedInputConnection("in");
     EXPECT_EQ(namesOf(connection->endpoints()), std::vector<std::string>{"Keys"});
+    // The connection's queue is its own, on the manager's one receive queue: no thread of its own.
+    auto ownQueue = std::dynamic_pointer_cast<MIDIInternals::TargetQueue>(connection->queue());
+    ASSERT_NE(ownQueue, nullptr);
+    EXPECT_EQ(ownQueue->target(), app->receiveQueue());
 
     // Each source plays its own program change; the sources of what arrived are named.
     auto play = [&](std::size_t expected) {
         std::size_t before = log.count();
         server->deviceSourceSend(keys.coreMIDIObjectRef, {0xC0, 0x01});
         server->deviceSourceSend(pads.coreMIDIObjectRef, {0xC0, 0x02});
-        EXPECT_TRUE(waitFor([&] { return log.count() >= before + expected; }));
+        EXPECT_TRUE(delivered([&] { return log.count() >= before + expected; }));
         server->flush();
-        connection->queue()->sync([] {});
+        MIDIInternals::syncOn(*connection->queue(), [] {});
         std::lock_guard lock(log.mutex);
         std::vector<std::string> from;
         for (std::size_t i = log.sources.size() - (log.events.size() - before); i < log.sources.size(); ++i) {
@@ -69,11 +76,11 @@ TEST_F(LoopbackTest, InputConnectionAddsAndRemovesSourcesByIdentityAndByEndpoint
     // A criterion for a source not there yet connects when the source appears.
     connection->add(std::vector{MIDIEndpointIdentity::name("Later"), MIDIEndpointIdentity::name("Keys")});
     EXPECT_EQ(namesOf(connection->endpoints()), std::vector<std::string>{"Keys"});
-    MIDIOutputEndpoint later(server->addSource(entity, "Later"));
-    ASSERT_TRUE(waitFor([&] { return connection->endpoints().size() == 2; }));
+    MIDIOutputEndpoint later(server, server->addSource(entity, "Later"));
+    ASSERT_TRUE(delivered([&] { return connection->endpoints().size() == 2; }));
     std::size_t before = log.count();
     server->deviceSourceSend(later.coreMIDIObjectRef, {0xFC});
-    ASSERT_TRUE(waitFor([&] { return log.count() == before + 1; }));
+    ASSERT_TRUE(delivered([&] { return log.count() == before + 1; }));
     EXPECT_EQ(log.snapshot().back(), MIDIEvent::stop());
 
     connection->removeAllOutputs();

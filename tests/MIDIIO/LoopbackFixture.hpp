@@ -1,52 +1,52 @@
 #pragma once
-// A fresh loopback server as the process's MIDI platform for each test, the main queue on a
-// manual clock, and a wait for what a backend thread delivers.
+// A fresh loopback server for each test, a manual main queue that this thread runs, and the
+// delivery of everything in flight without sleeping.
 
 #include "MIDIIO/MIDIManager.hpp"
-#include "MIDIIO/loopback/LoopbackMIDIServer.hpp"
+#include "backends/midi_loopback/LoopbackMIDIServer.hpp"
 #include "MIDIInternals/MainThread.hpp"
-#include "platform/MainQueue.hpp"
+#include "MIDIInternals/ManualQueue.hpp"
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <functional>
 #include <mutex>
-#include <thread>
 #include <vector>
 
 namespace MIDIIO::testing {
 
 class LoopbackTest : public ::testing::Test {
 protected:
+    // Installed at construction, so that the constructors of derived fixtures may use them.
     LoopbackTest() {
-        MIDIInternals::registerMainThread();
+        MIDIInternals::setMainQueue(mainQueue);
         MIDIPlatform::setShared(server);
     }
-    // The server stays the process's platform until the next test replaces it: work that a
-    // finished test left on a backend thread may still ask it.
+    void TearDown() override {
+        MIDIPlatform::setShared(nullptr);
+        MIDIInternals::setMainQueue(nullptr);
+    }
 
-    // Runs the main queue until the condition holds, for at most five seconds of real time.
-    static bool waitFor(const std::function<bool()>& condition) {
-        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-        while (!condition()) {
-            if (std::chrono::steady_clock::now() > deadline) {
-                return false;
-            }
-            havrel::MainQueue::shared().poll();
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-        return true;
+    // Runs what is due on the main queue; returns how many items ran.
+    virtual std::size_t pollMainQueue() { return mainQueue->poll(); }
+
+    // Delivers everything in flight (the server's queue, the managers' queues, then the main
+    // queue, until none of them has anything left), then tells whether the condition holds.
+    bool delivered(const std::function<bool()>& condition) {
+        do {
+            server->flush();
+        } while (pollMainQueue() > 0);
+        return condition();
     }
 
     std::shared_ptr<MIDIManager> startedManager(const std::string& name,
                                                 MIDIManager::NotificationHandler handler = nullptr) {
-        auto manager = MIDIManager::create(name, "Havrel", "HavrelApps", std::move(handler));
+        auto manager = MIDIManager::create(server, name, "Havrel", "HavrelApps", std::move(handler));
         manager->start();
         return manager;
     }
 
-    havrel::ManualClockScope clock;
+    std::shared_ptr<MIDIInternals::ManualQueue> mainQueue = std::make_shared<MIDIInternals::ManualQueue>("main");
     std::shared_ptr<LoopbackMIDIServer> server = LoopbackMIDIServer::create();
 };
 
@@ -56,7 +56,7 @@ struct EventLog {
     std::vector<MIDICore::MIDIEvent> events;
     std::vector<std::optional<MIDIOutputEndpoint>> sources;
     bool allOnQueue = true;
-    std::shared_ptr<havrel::SerialQueue> expectedQueue;
+    std::shared_ptr<MIDIInternals::DispatchQueue> expectedQueue;
 
     MIDIReceiver receiver(MIDIReceiverOptions options = MIDIReceiver::defaultOptions) {
         return MIDIReceiver::events(

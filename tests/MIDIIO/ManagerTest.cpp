@@ -3,14 +3,13 @@
 
 #include "LoopbackFixture.hpp"
 
-#include <filesystem>
-#include <unistd.h>
+#include "MIDIInternals/InMemoryKeyValueStore.hpp"
 
 namespace MIDIIO::testing {
 namespace {
 
 TEST_F(LoopbackTest, StartMakesOneClientAndAddsNeedAStartedManager) {
-    auto manager = MIDIManager::create("Test App!", "Havrel", "HavrelApps");
+    auto manager = MIDIManager::create(server, "Test App!", "Havrel", "HavrelApps");
     EXPECT_EQ(manager->managementQueue().label(), "TestApp-management");
     EXPECT_FALSE(manager->isStarted());
     try {
@@ -26,12 +25,17 @@ TEST_F(LoopbackTest, StartMakesOneClientAndAddsNeedAStartedManager) {
     EXPECT_EQ(manager->coreMIDIClientRef(), client);
 
     // From another thread the client is made on the main queue, which this thread runs.
-    auto second = MIDIManager::create("", "Havrel", "HavrelApps");
+    auto second = MIDIManager::create(server, "", "Havrel", "HavrelApps");
     EXPECT_TRUE(second->managementQueue().label().ends_with("-management"));
     EXPECT_EQ(second->managementQueue().label().size(), 36 + 11);
     std::thread starter([&] { second->start(); });
-    ASSERT_TRUE(waitFor([&] { return second->isStarted(); }));
+    // The starter waits for this thread to run the client's creation: run the main queue until
+    // that work has come and gone.
+    while (mainQueue->poll() == 0) {
+        std::this_thread::yield();
+    }
     starter.join();
+    EXPECT_TRUE(second->isStarted());
     EXPECT_NE(second->coreMIDIClientRef(), client);
 }
 
@@ -63,9 +67,7 @@ TEST_F(LoopbackTest, VirtualEndpointsCarryModelAndManufacturerAndReplaceByTag) {
 }
 
 TEST_F(LoopbackTest, PersistedUniqueIDSurvivesARestartAndIsReplacedWhenTaken) {
-    char pattern[] = "/tmp/havrel-midiio-XXXXXX";
-    std::filesystem::path folder = ::mkdtemp(pattern);
-    auto store = std::make_shared<havrel::DefaultsStore>(folder / "defaults.json");
+    auto store = std::make_shared<MIDIInternals::InMemoryKeyValueStore>();
     EXPECT_FALSE(MIDIIdentifierPersistence::userDefaultsManaged("output", store).readID());
 
     MIDIUniqueID first = 0;
@@ -74,15 +76,17 @@ TEST_F(LoopbackTest, PersistedUniqueIDSurvivesARestartAndIsReplacedWhenTaken) {
         manager->addOutput("Out", "out", MIDIIdentifierPersistence::userDefaultsManaged("output", store));
         first = *manager->managedOutput("out")->uniqueID();
         EXPECT_EQ(store->integer("output"), first);
+        // Nothing in flight holds the manager when this run ends.
+        server->flush();
     }
-    // A new run reads the store (from the file) and keeps the ID, which is free again.
-    auto reread = std::make_shared<havrel::DefaultsStore>(folder / "defaults.json");
+    // A new run reads the store and keeps the ID, which is free again.
+    const auto& reread = store;
     auto manager = startedManager("App");
     manager->addOutput("Out", "out", MIDIIdentifierPersistence::userDefaultsManaged("output", reread));
     EXPECT_EQ(manager->managedOutput("out")->uniqueID(), first);
 
     // Another object holding the ID: the new endpoint gets a fresh one, which is stored.
-    reread->set("input", first);
+    reread->setInteger("input", first);
     manager->addInput("In", "in", MIDIIdentifierPersistence::userDefaultsManaged("input", reread),
                       MIDIReceiver::rawDataLogging());
     auto replaced = manager->managedInput("in")->uniqueID();
@@ -91,7 +95,7 @@ TEST_F(LoopbackTest, PersistedUniqueIDSurvivesARestartAndIsReplacedWhenTaken) {
     EXPECT_EQ(reread->integer("input"), *replaced);
 
     // A value that does not fit 32 bits reads as absent; the managed form goes through its handlers.
-    reread->set("big", std::int64_t{1} << 40);
+    reread->setInteger("big", std::int64_t{1} << 40);
     EXPECT_FALSE(MIDIIdentifierPersistence::userDefaultsManaged("big", reread).readID());
     std::optional<MIDIUniqueID> stored;
     auto managed = MIDIIdentifierPersistence::managedStorage([] { return std::optional<MIDIUniqueID>(7); },
@@ -99,7 +103,6 @@ TEST_F(LoopbackTest, PersistedUniqueIDSurvivesARestartAndIsReplacedWhenTaken) {
     EXPECT_EQ(managed.readID(), 7);
     managed.writeID(9);
     EXPECT_EQ(stored, 9);
-    std::filesystem::remove_all(folder);
 }
 
 TEST_F(LoopbackTest, DevicesAndEndpointsOfTheHardwareSideAndTheirNotifications) {
@@ -120,7 +123,7 @@ TEST_F(LoopbackTest, DevicesAndEndpointsOfTheHardwareSideAndTheirNotifications) 
     server->addDestination(entity, "In");
     server->objectSetDictionaryProperty(device, "apple.midirtp.session", {{"name", "Session 1"}});
     server->objectSetStringProperty(device, "driver", "com.example.driver");
-    ASSERT_TRUE(waitFor([&] { return manager->endpoints().outputs.size() == 1 && manager->endpoints().inputs.size() == 1; }));
+    ASSERT_TRUE(delivered([&] { return manager->endpoints().outputs.size() == 1 && manager->endpoints().inputs.size() == 1; }));
 
     auto out = manager->endpoints().outputs[0];
     EXPECT_EQ(out.displayName, "Synth Out");
@@ -136,7 +139,7 @@ TEST_F(LoopbackTest, DevicesAndEndpointsOfTheHardwareSideAndTheirNotifications) 
 
     // Offline devices keep their place in the device list, their endpoints leave.
     server->objectSetIntegerProperty(device, "offline", 1);
-    ASSERT_TRUE(waitFor([&] { return manager->endpoints().outputs.empty(); }));
+    ASSERT_TRUE(delivered([&] { return manager->endpoints().outputs.empty(); }));
     EXPECT_EQ(manager->devices().devices.size(), 1u);
 
     auto noticed = [&](const std::string& prefix) {
@@ -144,10 +147,10 @@ TEST_F(LoopbackTest, DevicesAndEndpointsOfTheHardwareSideAndTheirNotifications) 
         return std::any_of(notifications.begin(), notifications.end(),
                            [&](const std::string& text) { return text.starts_with(prefix); });
     };
-    EXPECT_TRUE(waitFor([&] { return noticed("propertyChanged(property: driverOwner, forObject: MIDIDevice(name: \"Synth\""); }));
+    EXPECT_TRUE(delivered([&] { return noticed("propertyChanged(property: driverOwner, forObject: MIDIDevice(name: \"Synth\""); }));
     server->removeObject(device);
     // The device is gone from the system; its name comes from the cache.
-    EXPECT_TRUE(waitFor([&] { return noticed("removed(object: MIDIDevice(name: \"Synth\""); }));
+    EXPECT_TRUE(delivered([&] { return noticed("removed(object: MIDIDevice(name: \"Synth\""); }));
     std::lock_guard lock(mutex);
     EXPECT_GE(deviceCounts.size(), 2u);
     EXPECT_EQ(deviceCounts.front(), 0u);  // the stream starts with the present state
@@ -155,22 +158,23 @@ TEST_F(LoopbackTest, DevicesAndEndpointsOfTheHardwareSideAndTheirNotifications) 
 }
 
 TEST(MIDIIONotificationTranslation, DropsWhatCannotBeFoundAndKeepsUnknownIDs) {
+    auto server = LoopbackMIDIServer::create();
     MIDIObjectCache emptyCache;
     MIDINotificationMessage removed;
     removed.messageID = static_cast<std::int32_t>(MIDINotificationMessageID::objectRemoved);
     removed.child = 1234;
     removed.childType = MIDIObjectType::source;
-    EXPECT_FALSE(MIDIIONotification::from(MIDIIOInternalNotification(removed), emptyCache));
+    EXPECT_FALSE(MIDIIONotification::from(MIDIIOInternalNotification(removed), emptyCache, server));
 
     MIDINotificationMessage unknown;
     unknown.messageID = 99;
-    auto other = MIDIIONotification::from(MIDIIOInternalNotification(unknown), emptyCache);
+    auto other = MIDIIONotification::from(MIDIIOInternalNotification(unknown), emptyCache, server);
     ASSERT_TRUE(other);
     ASSERT_NE(other->get<MIDIIONotification::Other>(), nullptr);
     EXPECT_EQ(other->get<MIDIIONotification::Other>()->messageIDRawValue, 99);
     MIDINotificationMessage thru;
     thru.messageID = static_cast<std::int32_t>(MIDINotificationMessageID::thruConnectionsChanged);
-    EXPECT_EQ(MIDIIONotification::from(MIDIIOInternalNotification(thru), emptyCache)->description(),
+    EXPECT_EQ(MIDIIONotification::from(MIDIIOInternalNotification(thru), emptyCache, server)->description(),
               "thruConnectionChanged");
 }
 

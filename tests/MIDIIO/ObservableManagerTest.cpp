@@ -2,6 +2,8 @@
 // observers after the new values are in place, the other just before.
 
 #include "LoopbackFixture.hpp"
+
+#include "MIDIInternals/DispatchSync.hpp"
 #include "MIDIIO/ObservableMIDIManager.hpp"
 
 namespace MIDIIO::testing {
@@ -26,16 +28,16 @@ protected:
         for (int round = 0; round < 2; ++round) {
             server->flush();
             for (const auto& manager : managers) {
-                manager->managementQueue().sync([] {});
+                MIDIInternals::syncOn(manager->managementQueue(), [] {});
             }
-            havrel::MainQueue::shared().poll();
+            mainQueue->poll();
         }
     }
 };
 
 TEST_F(ObservableManagerTest, DevicesAndEndpointsAreRepublishedAsTheyComeAndGo) {
-    auto observable = ObservableMIDIManager::create("Observing", "Havrel", "HavrelApps");
-    auto object = ObservableObjectMIDIManager::create("ObservingObject", "Havrel", "HavrelApps");
+    auto observable = ObservableMIDIManager::create(server, "Observing", "Havrel", "HavrelApps");
+    auto object = ObservableObjectMIDIManager::create(server, "ObservingObject", "Havrel", "HavrelApps");
     Seen after;
     Seen before;
     auto afterSubscription = observable->observe([&] { after.record(observable->observableEndpoints()); });
@@ -51,7 +53,7 @@ TEST_F(ObservableManagerTest, DevicesAndEndpointsAreRepublishedAsTheyComeAndGo) 
         return manager->observableDevices().devices.size() == devices &&
                manager->observableEndpoints().outputs.size() == outputs;
     };
-    ASSERT_TRUE(waitFor([&] { return published(observable, 1, 1) && published(object, 1, 1); }));
+    ASSERT_TRUE(delivered([&] { return published(observable, 1, 1) && published(object, 1, 1); }));
     EXPECT_EQ(observable->observableDevices(), observable->devices());
     EXPECT_EQ(object->observableEndpoints(), object->endpoints());
     settle(managers);
@@ -61,7 +63,7 @@ TEST_F(ObservableManagerTest, DevicesAndEndpointsAreRepublishedAsTheyComeAndGo) 
     after.outputs.clear();
     before.outputs.clear();
     server->objectSetStringProperty(source, "name", "Renamed");
-    ASSERT_TRUE(waitFor([&] {
+    ASSERT_TRUE(delivered([&] {
         return !observable->observableEndpoints().outputs.empty() &&
                observable->observableEndpoints().outputs[0].name == "Renamed" &&
                !object->observableEndpoints().outputs.empty() &&
@@ -75,7 +77,7 @@ TEST_F(ObservableManagerTest, DevicesAndEndpointsAreRepublishedAsTheyComeAndGo) 
     beforeSubscription.cancel();
     before.outputs.clear();
     server->removeObject(device);
-    ASSERT_TRUE(waitFor([&] { return published(observable, 0, 0) && published(object, 0, 0); }));
+    ASSERT_TRUE(delivered([&] { return published(observable, 0, 0) && published(object, 0, 0); }));
     settle(managers);
     EXPECT_EQ(after.outputs.back(), std::vector<std::string>{});
     EXPECT_TRUE(before.outputs.empty());

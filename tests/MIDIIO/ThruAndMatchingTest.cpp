@@ -2,6 +2,8 @@
 
 #include "LoopbackFixture.hpp"
 
+#include "MIDIInternals/DispatchSync.hpp"
+
 namespace MIDIIO::testing {
 namespace {
 
@@ -12,7 +14,6 @@ class ThruTest : public LoopbackTest, public ::testing::WithParamInterface<bool>
 TEST_P(ThruTest, ThruConnectionRoutesOneApplicationToTheOther) {
     // Without system thru connections the library routes through a port pair of its own.
     server = LoopbackMIDIServer::create(GetParam());
-    MIDIPlatform::setShared(server);
     auto a = startedManager("A");
     auto b = startedManager("B");
     a->addOutput("A Out", "out", MIDIIdentifierPersistence::adHoc());
@@ -29,7 +30,7 @@ TEST_P(ThruTest, ThruConnectionRoutesOneApplicationToTheOther) {
 
     a->managedOutput("out")->send(MIDIEvent::timingClock());
     a->managedOutput("out")->send(MIDIEvent::stop());
-    ASSERT_TRUE(waitFor([&] { return log.count() == 2; }));
+    ASSERT_TRUE(delivered([&] { return log.count() == 2; }));
     EXPECT_EQ(log.snapshot(), (std::vector{MIDIEvent::timingClock(), MIDIEvent::stop()}));
 
     router->remove(ManagedType::nonPersistentThruConnection, TagSelection::all());
@@ -59,9 +60,9 @@ TEST_F(LoopbackTest, NineSourcesCountNineWithEightInTheTable) {
     auto entity = server->addEntity(device, "All");
     std::vector<MIDIOutputEndpoint> outputs;
     for (int i = 0; i < 9; ++i) {
-        outputs.emplace_back(server->addSource(entity, "Out " + std::to_string(i)));
+        outputs.emplace_back(server, server->addSource(entity, "Out " + std::to_string(i)));
     }
-    auto destination = MIDIInputEndpoint(server->addDestination(entity, "In"));
+    auto destination = MIDIInputEndpoint(server, server->addDestination(entity, "In"));
     auto manager = startedManager("App");
     manager->addThruConnection(outputs, {destination}, "nine", MIDIThruConnection::Lifecycle::nonPersistent());
     auto params = manager->managedThruConnection("nine")->coreMIDIParams();
@@ -80,7 +81,7 @@ TEST_F(LoopbackTest, FallbackDisplayNameMatchesAndTheCriterionTakesTheIDFound) {
     auto a = startedManager("A");
     a->addOutput("Clock Out", "out", MIDIIdentifierPersistence::adHoc());
     auto actualID = *a->managedOutput("out")->uniqueID();
-    auto endpoints = getSystemSourceEndpoints();
+    auto endpoints = getSystemSourceEndpoints(server);
     EXPECT_EQ(matching(endpoints, MIDIEndpointIdentity::uniqueIDWithFallback(12345, "Clock Out")).size(), 1u);
     EXPECT_TRUE(matching(endpoints, MIDIEndpointIdentity::uniqueIDWithFallback(12345, "Nothing")).empty());
 
@@ -139,8 +140,8 @@ TEST_F(LoopbackTest, ThruFilterFlagsKeepBackTheKindsTheyNameInEitherForm) {
     // lists). Destinations: a device's (logs MIDI 1.0 bytes) and an application's virtual input.
     auto device = server->addDevice("Box", "Maker");
     auto entity = server->addEntity(device, "Port");
-    MIDIOutputEndpoint deviceSource(server->addSource(entity, "Out"));
-    MIDIInputEndpoint deviceDestination(server->addDestination(entity, "In"));
+    MIDIOutputEndpoint deviceSource(server, server->addSource(entity, "Out"));
+    MIDIInputEndpoint deviceDestination(server, server->addDestination(entity, "In"));
     auto sender = startedManager("Sender");
     sender->addOutput("Sender Out", "out", MIDIIdentifierPersistence::adHoc());
     auto listener = startedManager("Listener");
@@ -184,9 +185,9 @@ TEST_F(LoopbackTest, ThruFilterFlagsKeepBackTheKindsTheyNameInEitherForm) {
             } else {
                 server->deviceSourceSend(deviceSource.coreMIDIObjectRef, allBytes);
             }
-            ASSERT_TRUE(waitFor([&] { return log.count() >= received + keptKinds.size(); }));
+            ASSERT_TRUE(delivered([&] { return log.count() >= received + keptKinds.size(); }));
             server->flush();
-            listener->managedInput("in")->queue()->sync([] {});
+            MIDIInternals::syncOn(*listener->managedInput("in")->queue(), [] {});
             auto all = log.snapshot();
             EXPECT_EQ(kindsOf({all.begin() + static_cast<std::ptrdiff_t>(received), all.end()}), keptKinds);
             auto packets = server->deviceDestinationLog(deviceDestination.coreMIDIObjectRef);

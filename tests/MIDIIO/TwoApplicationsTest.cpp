@@ -36,7 +36,7 @@ TEST_F(LoopbackTest, EventsFromOneApplicationReachTheOtherInOrderAndInItsProtoco
     output->send(MIDIEvent::noteOn(UInt7(60), ChanVoice7Bit16BitValue::midi1(UInt7(100)), UInt4(2)));
     output->send(MIDIEvent::cc(UInt7(7), ChanVoice7Bit32BitValue::midi1(UInt7(64)), UInt4(2)));
     output->send(MIDIEvent::noteOff(UInt7(60), ChanVoice7Bit16BitValue::midi1(UInt7(0)), UInt4(2)));
-    ASSERT_TRUE(waitFor([&] { return log.count() == 3; }));
+    ASSERT_TRUE(delivered([&] { return log.count() == 3; }));
 
     auto events = log.snapshot();
     const auto* on = events[0].get<MIDIEvent::NoteOn>();
@@ -57,20 +57,20 @@ TEST_F(LoopbackTest, EventsFromOneApplicationReachTheOtherInOrderAndInItsProtoco
     b->managedInputConnection("in")->add(std::vector{MIDIEndpointIdentity::name("Late Out")});
     a->setPreferredAPI(CoreMIDIAPIVersion::newCoreMIDI(MIDIProtocolVersion::midi2_0));
     a->addOutput("Late Out", "late", MIDIIdentifierPersistence::adHoc());
-    ASSERT_TRUE(waitFor([&] { return connection->endpoints().size() == 2; }));
+    ASSERT_TRUE(delivered([&] { return connection->endpoints().size() == 2; }));
     a->managedOutput("late")->send(MIDIEvent::start());
-    ASSERT_TRUE(waitFor([&] { return log.count() == 4; }));
+    ASSERT_TRUE(delivered([&] { return log.count() == 4; }));
     EXPECT_EQ(log.snapshot()[3], MIDIEvent::start());
 
     // A removed endpoint is reported with its name, though the system no longer knows it.
     a->remove(ManagedType::output, TagSelection::withTag("out"));
-    ASSERT_TRUE(waitFor([&] {
+    ASSERT_TRUE(delivered([&] {
         std::lock_guard lock(notificationsMutex);
         return std::any_of(notifications.begin(), notifications.end(), [](const std::string& text) {
             return text.starts_with("removed(object: MIDIOutputEndpoint(name: \"A Out\"");
         });
     }));
-    ASSERT_TRUE(waitFor([&] { return connection->endpoints().size() == 1; }));
+    ASSERT_TRUE(delivered([&] { return connection->endpoints().size() == 1; }));
     EXPECT_EQ(connection->endpoints()[0].name, "Late Out");
 }
 
@@ -92,7 +92,7 @@ TEST_F(LoopbackTest, OutputConnectionReachesVirtualInputAndFollowsItsRemoval) {
     EXPECT_EQ(connection->endpoints()[0].uniqueID, *b->managedInput("in")->uniqueID());
 
     connection->send(std::vector{MIDIEvent::songPositionPointer(MIDICore::UInt14(300)), MIDIEvent::continue_()});
-    ASSERT_TRUE(waitFor([&] { return log.count() == 2; }));
+    ASSERT_TRUE(delivered([&] { return log.count() == 2; }));
     EXPECT_EQ(log.snapshot()[0], MIDIEvent::songPositionPointer(MIDICore::UInt14(300)));
     EXPECT_TRUE(log.allOnQueue);
     EXPECT_FALSE(log.sources[0].has_value());  // a virtual input does not look up sources
@@ -101,7 +101,7 @@ TEST_F(LoopbackTest, OutputConnectionReachesVirtualInputAndFollowsItsRemoval) {
     EXPECT_THROW(connection->send(std::vector<std::uint8_t>{0xF8}), MIDIIOError);
 
     b->remove(ManagedType::input, TagSelection::withTag("in"));
-    ASSERT_TRUE(waitFor([&] { return connection->endpoints().empty(); }));
+    ASSERT_TRUE(delivered([&] { return connection->endpoints().empty(); }));
     // No destination: nothing sent and no error.
     EXPECT_NO_THROW(connection->send(MIDIEvent::stop()));
 }
@@ -115,7 +115,7 @@ namespace {
 TEST_F(LoopbackTest, OneEventGoesOutAsItsPacketsOnEveryAPI) {
     auto device = server->addDevice("Synth", "Maker");
     auto entity = server->addEntity(device, "Port");
-    MIDIInputEndpoint destination(server->addDestination(entity, "In"));
+    MIDIInputEndpoint destination(server, server->addDestination(entity, "In"));
 
     // Four control changes on MIDI 1.0; a SysEx of four UMP packets; a MIDI 2.0-only event.
     auto rpn = MIDIEvent::rpn(MIDICore::UInt7Pair{UInt7(0), UInt7(5)}, MIDICore::DataEntryBytes{UInt7(10), UInt7(0)},

@@ -109,33 +109,37 @@ TEST(ThreadSynchronized, WritesRunOnTheQueue) {
 }
 
 TEST(MainThreadSynchronizedPThreadMutex, WritesDirectlyOnTheMainThreadElseThroughTheMainQueue) {
-    auto main = std::make_shared<testing::ThreadQueue>();
+    // A manual queue's thread is the one that runs it: this one.
+    auto main = std::make_shared<ManualQueue>("main");
     setMainQueue(main);
-    bool onMain = true;
-    setIsMainThreadHook([&] { return onMain; });
 
     MainThreadSynchronizedPThreadMutexValue<int> value(0);
-    int before = main->executed();
     value.setWrappedValue(1);
-    EXPECT_EQ(main->executed(), before);
-    onMain = false;
-    value.setWrappedValue(2);
-    EXPECT_EQ(main->executed(), before + 1);
+    EXPECT_EQ(main->pendingCount(), 0u);
+    EXPECT_EQ(value.wrappedValue(), 1);
+
+    auto elsewhere = std::async(std::launch::async, [&] { value.setWrappedValue(2); });
+    std::size_t ran = 0;
+    while (elsewhere.wait_for(std::chrono::seconds(0)) != std::future_status::ready) {
+        ran += main->poll();
+    }
+    EXPECT_EQ(ran, 1u);
     EXPECT_EQ(value.wrappedValue(), 2);
 
-    setIsMainThreadHook(nullptr);
     setMainQueue(nullptr);
 }
 
-TEST(MainThread, FirstRegisteredThreadIsTheMainThread) {
-    registerMainThread();
+TEST(MainThread, IsWhereTheMainQueueIsCurrent) {
+    auto main = std::make_shared<ManualQueue>("main");
+    setMainQueue(main);
     EXPECT_TRUE(isMainThread());
-    bool elsewhere = std::async(std::launch::async, [] {
-                         registerMainThread();
-                         return isMainThread();
-                     }).get();
-    EXPECT_FALSE(elsewhere);
-    EXPECT_TRUE(isMainThread());
+    EXPECT_FALSE(std::async(std::launch::async, [] { return isMainThread(); }).get());
+
+    // The library's own main queue, until the host installs one: a thread of its own.
+    setMainQueue(nullptr);
+    EXPECT_NE(mainQueue(), main);
+    EXPECT_FALSE(isMainThread());
+    EXPECT_TRUE(syncOn(*mainQueue(), [] { return isMainThread(); }));
 }
 
 }  // namespace

@@ -1,48 +1,17 @@
 #pragma once
-// Queues for tests. ManualQueue runs nothing until the test advances its clock; ThreadQueue is a
-// real serial queue on a thread of its own.
+// Queues for tests: ThreadQueue is a real serial queue on a thread of its own that counts the
+// work it ran; MIDIInternals::ManualQueue runs nothing until the test advances its clock.
 
 #include "MIDIInternals/DispatchQueue.hpp"
+#include "MIDIInternals/ManualQueue.hpp"
 
 #include <condition_variable>
 #include <deque>
-#include <map>
 #include <mutex>
 #include <thread>
 #include <utility>
 
 namespace MIDIInternals::testing {
-
-class ManualQueue : public DispatchQueue {
-public:
-    void async(Work work) override { asyncAfter(Duration::zero(), std::move(work)); }
-    void asyncAfter(Duration delay, Work work) override {
-        pending.emplace(std::make_pair(now + delay, sequence++), std::move(work));
-    }
-    bool isCurrent() const override { return running; }
-    const std::string& label() const override { return name; }
-
-    // Moves the clock on, running everything that falls due on the way, in deadline order.
-    void advance(Duration by) {
-        Duration until = now + by;
-        while (!pending.empty() && pending.begin()->first.first <= until) {
-            auto entry = pending.extract(pending.begin());
-            now = entry.key().first;
-            running = true;
-            entry.mapped()();
-            running = false;
-        }
-        now = until;
-    }
-    std::size_t pendingCount() const { return pending.size(); }
-
-private:
-    std::string name = "manual";
-    Duration now{};
-    unsigned long sequence = 0;
-    bool running = false;
-    std::map<std::pair<Duration, unsigned long>, Work> pending;
-};
 
 class ThreadQueue : public DispatchQueue {
 public:

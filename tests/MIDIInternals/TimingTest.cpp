@@ -13,7 +13,7 @@ namespace {
 using namespace std::chrono_literals;
 
 struct TimerFixture : ::testing::Test {
-    std::shared_ptr<testing::ManualQueue> queue = std::make_shared<testing::ManualQueue>();
+    std::shared_ptr<ManualQueue> queue = std::make_shared<ManualQueue>();
     int fired = 0;
     std::unique_ptr<SafeDispatchTimer> timer = std::make_unique<SafeDispatchTimer>(
         SafeDispatchTimer::Rate::hertz(10.0), queue, 0ms, [this] { ++fired; });

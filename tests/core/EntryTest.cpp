@@ -1,7 +1,7 @@
 // The entry of the core on the loopback MIDI server: one call brings up the registry and a
 // virtual output, and a client's positions then reach another application as MIDI.
 
-#include "../MIDIIO/LoopbackFixture.hpp"
+#include "../midi_service/MIDIServiceFixture.hpp"
 #include "../central/RangeCommandBuilders.hpp"
 
 #include "central/HVCentralConnectionTypeManager.hpp"
@@ -25,7 +25,7 @@ namespace {
 using MIDICore::MIDIEvent;
 using MIDICore::UInt7;
 
-class EntryTest : public MIDIIO::testing::LoopbackTest {
+class EntryTest : public havrel::testing::MIDIServiceTest {
 protected:
     EntryTest() {
         char pattern[] = "/tmp/havrel-entry-XXXXXX";
@@ -33,7 +33,7 @@ protected:
         DefaultsStore::setStandard(std::make_shared<DefaultsStore>(folder_ / "defaults.json"));
         HVSequenceManager::resetSharedInstanceForTesting();
     }
-    ~EntryTest() override {
+    void TearDown() override {
         if (auto manager = HVMIDIManager::shared()) {
             manager->stopTimers();
         }
@@ -42,6 +42,7 @@ protected:
         HVCentralTransmissionManager::sharedInstance()->resetForTesting();
         DefaultsStore::setStandard(nullptr);
         std::filesystem::remove_all(folder_);
+        MIDIServiceTest::TearDown();
     }
 
     testing::TransportScope transports_;
@@ -81,7 +82,7 @@ TEST_F(EntryTest, OneCallBringsUpTheRegistryAndAVirtualOutputThatCarriesClientPo
     receiver.didReceiveRangeData(
         testing::rangeCommand({HVEncodedRangeValue::rangeValueWithDataWraperID(1, 0, 1.0)}), client);
     clock.advance(std::chrono::milliseconds(0));
-    ASSERT_TRUE(waitFor([&] { return events.count() >= 1; }));
+    ASSERT_TRUE(delivered([&] { return events.count() >= 1; }));
     const auto received = events.snapshot();
     const auto* cc = received[0].get<MIDIEvent::CC>();
     ASSERT_NE(cc, nullptr);

@@ -2,7 +2,7 @@
 // path, are accepted or refused by the registry, sync their configurations and drive MIDI out
 // of the virtual output, heard by another application on the loopback MIDI server.
 
-#include "MIDIIO/LoopbackFixture.hpp"
+#include "midi_service/MIDIServiceFixture.hpp"
 #include "support/UsbmuxStandIn.hpp"
 #include "transport/usb/FakeClientDevice.hpp"
 #include "TransportScope.hpp"
@@ -69,7 +69,7 @@ std::size_t openDescriptorCount() {
     return count;
 }
 
-class USBPathTest : public MIDIIO::testing::LoopbackTest {
+class USBPathTest : public havrel::testing::MIDIServiceTest {
 protected:
     void SetUp() override {
         folder_ = std::filesystem::temp_directory_path() / ("havrel-usb-path-" + std::to_string(::getpid()));
@@ -98,6 +98,7 @@ protected:
         HostPrompts::setShared(nullptr);
         DefaultsStore::setStandard(nullptr);
         std::filesystem::remove_all(folder_);
+        MIDIServiceTest::TearDown();
     }
 
     // Virtual time passes one millisecond a step; the server's threads deliver in between.

@@ -2,7 +2,7 @@
 // dispatch reaching another application, clamping, the hardware fan-out, the once-a-second
 // connection refresh and network scan, and clock following.
 
-#include "../MIDIIO/LoopbackFixture.hpp"
+#include "MIDIServiceFixture.hpp"
 #include "../central/RangeCommandBuilders.hpp"
 
 #include "central/HVCentralConnectionTypeManager.hpp"
@@ -30,7 +30,7 @@ using std::chrono::seconds;
 using testing::rangeCommand;
 using testing::wrapperWith;
 
-class HVMIDIManagerTest : public MIDIIO::testing::LoopbackTest {
+class HVMIDIManagerTest : public testing::MIDIServiceTest {
 protected:
     HVMIDIManagerTest() {
         char pattern[] = "/tmp/havrel-midi-service-XXXXXX";
@@ -39,15 +39,18 @@ protected:
         configuration_->productToSendOut = "Havrel Test";
         HVSequenceManager::resetSharedInstanceForTesting();
     }
-    ~HVMIDIManagerTest() override {
+    void TearDown() override {
         if (auto manager = HVMIDIManager::shared()) {
             manager->stopTimers();
         }
         HVCentralTransmissionManager::sharedInstance()->resetForTesting();
         HVMIDIManager::setShared(nullptr);
         HVMIDIManager::setClockForTesting(nullptr);
+        HVTransmissionManager::setShared(nullptr);
+        HVCentralTransmissionManager::sharedInstance()->resetForTesting();
         DefaultsStore::setStandard(nullptr);
         std::filesystem::remove_all(folder_);
+        MIDIServiceTest::TearDown();
     }
 
     // Advances virtual time in steps of 100 ms, letting the server's threads deliver between.
@@ -104,7 +107,7 @@ TEST_F(HVMIDIManagerTest, RangeCommandsLeaveAsMIDI2EventsOnTheVirtualOutput) {
     send(3, 1.0);
     send(4, 1.0);
     send(1, 1.0);
-    ASSERT_TRUE(waitFor([&] { return log.count() >= 5; }));
+    ASSERT_TRUE(delivered([&] { return log.count() >= 5; }));
     server->flush();
     auto events = log.snapshot();
     ASSERT_EQ(events.size(), 5u);
@@ -142,7 +145,7 @@ TEST_F(HVMIDIManagerTest, SendsClampWithTheirLinesAndChooseOnePath) {
     manager->sendWithPitchBend(16384, 0, true);
     manager->sendWithPitchBend(16383, 255, true);
     manager->sendOnOffNote(130, 0, 3, true);
-    ASSERT_TRUE(waitFor([&] { return log.count() == 5; }));
+    ASSERT_TRUE(delivered([&] { return log.count() == 5; }));
     auto events = log.snapshot();
     EXPECT_EQ(capture.count("cc value 200 out of 7-bit range \u2014 clamped"), 1u);
     EXPECT_EQ(capture.count("channel 16 out of range \u2014 clamped"), 1u);
@@ -217,7 +220,7 @@ TEST_F(HVMIDIManagerTest, RefreshJoinsEndpointsByNameOnceAndKeepsConnectionsOfVa
     auto other = startedManager("Other");
     other->addOutput("Drums", "drums", MIDIIO::MIDIIdentifierPersistence::adHoc());
     other->addInput("Drums", "drumsIn", MIDIIO::MIDIIdentifierPersistence::adHoc(), MIDIIO::MIDIReceiver::events({}));
-    ASSERT_TRUE(waitFor([&] { return manager->midiManager()->endpoints().outputs.size() == 2; }));
+    ASSERT_TRUE(delivered([&] { return manager->midiManager()->endpoints().outputs.size() == 2; }));
 
     advance(milliseconds(500));
     ASSERT_TRUE(manager->midiInputConnection().has_value());
@@ -425,7 +428,7 @@ TEST(ObserverRemoval, IndicesApplyToTheShrinkingArrayInOrder) {
 TEST_F(ClockTest, ClockFromAnotherApplicationReachesTheParserThroughTheRefresh) {
     auto other = startedManager("Clock Source");
     other->addOutput("Clock Out", "clock", MIDIIO::MIDIIdentifierPersistence::adHoc());
-    ASSERT_TRUE(waitFor([&] { return manager_->midiManager()->endpoints().outputs.size() == 1; }));
+    ASSERT_TRUE(delivered([&] { return manager_->midiManager()->endpoints().outputs.size() == 1; }));
     advance(seconds(1));
     const auto id = other->managedOutput("clock")->uniqueID();
     ASSERT_TRUE(id.has_value());
@@ -437,7 +440,7 @@ TEST_F(ClockTest, ClockFromAnotherApplicationReachesTheParserThroughTheRefresh) 
     for (int i = 0; i < 6; ++i) {
         other->managedOutput("clock")->send(MIDIEvent::timingClock());
     }
-    ASSERT_TRUE(waitFor([&] { return manager_->debugTotalMIDIEventsReceived() == 7; }));
+    ASSERT_TRUE(delivered([&] { return manager_->debugTotalMIDIEventsReceived() == 7; }));
     EXPECT_TRUE(manager_->isTempoStarted());
     EXPECT_EQ(manager_->position(), 1.0);
 }

@@ -1,7 +1,7 @@
 // The MIDI print: the line of each kind of event, and a monitor hearing an output like any
 // other application.
 
-#include "MIDIIO/LoopbackFixture.hpp"
+#include "MIDIServiceFixture.hpp"
 
 #include "midi_service/HVMIDIOutputMonitor.hpp"
 
@@ -35,7 +35,7 @@ TEST(OutputMonitorLineTest, WordsAsSentAtMIDI2AndTheMIDI1BytesOfTheSameEvent) {
     EXPECT_TRUE(line.ends_with(" midi1=")) << line;
 }
 
-class OutputMonitorTest : public MIDIIO::testing::LoopbackTest {};
+class OutputMonitorTest : public havrel::testing::MIDIServiceTest {};
 
 TEST_F(OutputMonitorTest, HearsWhatLeavesThroughTheNamedOutput) {
     std::mutex mutex;
@@ -52,7 +52,7 @@ TEST_F(OutputMonitorTest, HearsWhatLeavesThroughTheNamedOutput) {
     app->managedOutput("out")->send(MIDIEvent::cc(UInt7(7), ChanVoice7Bit32BitValue::midi1(UInt7(64)), UInt4(0)));
     app->managedOutput("out")->send(
         MIDIEvent::pitchBend(ChanVoice14Bit32BitValue::midi1(MIDICore::UInt14::fromStorage(8192)), UInt4(3)));
-    ASSERT_TRUE(waitFor([&] {
+    ASSERT_TRUE(delivered([&] {
         std::lock_guard lock(mutex);
         return lines.size() >= 2;
     }));

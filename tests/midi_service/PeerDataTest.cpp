@@ -1,6 +1,6 @@
 #include "midi_service/HVPeerData.hpp"
 
-#include "MIDIIO/LoopbackFixture.hpp"
+#include "MIDIServiceFixture.hpp"
 #include "platform/Log.hpp"
 
 #include <gtest/gtest.h>
@@ -10,13 +10,13 @@ namespace {
 
 using nlohmann::json;
 
-class PeerDataTest : public MIDIIO::testing::LoopbackTest {
+class PeerDataTest : public havrel::testing::MIDIServiceTest {
 protected:
     // A new entity of the network device with the session property set to the value.
     MIDIIO::MIDIEntity entityWithSession(const std::string& name, const json& session) {
         auto entity = server->addEntity(device, name);
         server->objectSetDictionaryProperty(entity, "apple.midirtp.session", session);
-        return MIDIIO::MIDIEntity(entity);
+        return MIDIIO::MIDIEntity(server, entity);
     }
 
     MIDIIO::MIDIDeviceRef device = server->addDevice("Network");
@@ -46,12 +46,12 @@ TEST_F(PeerDataTest, ReadsTheSessionNameAndItsPeers) {
 
 TEST_F(PeerDataTest, EntitiesWithoutASessionDictionaryAreNoNetworkEntities) {
     ScopedLogCapture log;
-    MIDIIO::MIDIEntity plain(server->addEntity(device, "Plain"));
+    MIDIIO::MIDIEntity plain(server, server->addEntity(device, "Plain"));
     EXPECT_EQ(HVPeerDataForEntity(plain), std::nullopt);
 
     auto text = server->addEntity(device, "Text");
     server->objectSetStringProperty(text, "apple.midirtp.session", "Studio");
-    EXPECT_EQ(HVPeerDataForEntity(MIDIIO::MIDIEntity(text)), std::nullopt);
+    EXPECT_EQ(HVPeerDataForEntity(MIDIIO::MIDIEntity(server, text)), std::nullopt);
     auto list = entityWithSession("List", json::array({{{"dns-sd-name", "Studio"}}}));
     EXPECT_EQ(HVPeerDataForEntity(list), std::nullopt);
     EXPECT_TRUE(log.lines().empty());

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <future>
 #include <thread>
 #include <vector>
 
@@ -41,8 +42,11 @@ TEST_F(MainQueueTest, WorkFromManyThreadsRunsOnTheMainThreadInPostingOrderPerPos
             }
         });
     }
-    EXPECT_FALSE(queue.isCurrent());
+    // Until this thread runs it, the main queue's thread is the one that made it (the first to
+    // ask for it); a poster's is never.
+    EXPECT_FALSE(std::async(std::launch::async, [&] { return queue.isCurrent(); }).get());
     queue.run();
+    EXPECT_TRUE(queue.isCurrent());
     for (auto& poster : posters) {
         poster.join();
     }

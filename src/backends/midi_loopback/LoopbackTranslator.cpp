@@ -1,4 +1,4 @@
-#include "MIDIIO/loopback/LoopbackTranslator.hpp"
+#include "backends/midi_loopback/LoopbackTranslator.hpp"
 
 #include "MIDICore/MIDI1Parser.hpp"
 #include "MIDICore/MIDI2Parser.hpp"

@@ -1,7 +1,9 @@
-#include "MIDIIO/loopback/LoopbackMIDIServer.hpp"
+#include "backends/midi_loopback/LoopbackMIDIServer.hpp"
 
 #include "MIDIIO/MIDIPacketLayout.hpp"
-#include "MIDIIO/QueueRelease.hpp"
+#include "MIDIInternals/DispatchSync.hpp"
+#include "MIDIInternals/QueueRelease.hpp"
+#include "MIDIInternals/SerialQueueFactory.hpp"
 
 #include <algorithm>
 
@@ -33,13 +35,13 @@ bool isEndpointType(MIDIObjectType type) {
 }  // namespace
 
 std::shared_ptr<LoopbackMIDIServer> LoopbackMIDIServer::create(bool supportsThru) {
-    return std::make_shared<LoopbackMIDIServer>(supportsThru, havrel::SerialQueue::create("loopback-midi-server"));
+    return std::make_shared<LoopbackMIDIServer>(supportsThru, MIDIInternals::makeSerialQueue("loopback-midi-server"));
 }
 
-LoopbackMIDIServer::LoopbackMIDIServer(bool supportsThru, std::shared_ptr<havrel::SerialQueue> queue)
+LoopbackMIDIServer::LoopbackMIDIServer(bool supportsThru, std::shared_ptr<MIDIInternals::DispatchQueue> queue)
     : supportsThru_(supportsThru), queue_(std::move(queue)), random_(std::random_device{}()) {}
 
-LoopbackMIDIServer::~LoopbackMIDIServer() { releaseQueue(std::move(queue_)); }
+LoopbackMIDIServer::~LoopbackMIDIServer() { MIDIInternals::releaseQueue(std::move(queue_)); }
 
 MIDIObjectRef LoopbackMIDIServer::nextRef() { return ++lastRef_; }
 
@@ -196,7 +198,7 @@ void LoopbackMIDIServer::announce(std::vector<MIDINotificationMessage> messages)
     if (blocks.empty() || messages.empty()) {
         return;
     }
-    queue_->post([blocks = std::move(blocks), messages = std::move(messages)] {
+    post([blocks = std::move(blocks), messages = std::move(messages)] {
         for (const auto& message : messages) {
             for (const auto& block : blocks) {
                 block(message);
@@ -210,7 +212,7 @@ OSStatus LoopbackMIDIServer::clientCreateWithBlock(const std::string& name, Noti
     {
         std::lock_guard lock(mutex_);
         *outClient = nextRef();
-        clients_[*outClient] = Client{name, std::move(notifyBlock)};
+        clients_[*outClient] = Client{name, std::move(notifyBlock), nullptr};
     }
     announce({plainMessage(MIDINotificationMessageID::internalStart)});
     return noErr;
@@ -280,7 +282,7 @@ void LoopbackMIDIServer::removeLocked(MIDIObjectRef ref, std::vector<MIDINotific
         port.connections.erase(ref);
     }
     // The translator of the stream is only touched on the queue.
-    queue_->post([self = weak_from_this(), ref] {
+    post([self = weak_from_this(), ref] {
         if (auto server = self.lock()) {
             std::lock_guard lock(server->mutex_);
             server->translators_.erase(ref);
@@ -378,8 +380,38 @@ void LoopbackMIDIServer::reportIOError(MIDIDeviceRef device, OSStatus error) {
     announce({message});
 }
 
+void LoopbackMIDIServer::post(MIDIInternals::DispatchQueue::Work work) {
+    ++posted_;
+    queue_->async(std::move(work));
+}
+
+void LoopbackMIDIServer::clientSetFlushBlock(MIDIClientRef client, std::function<void()> flushBlock) {
+    std::lock_guard lock(mutex_);
+    if (auto it = clients_.find(client); it != clients_.end()) {
+        it->second.flush = std::move(flushBlock);
+    }
+}
+
 void LoopbackMIDIServer::flush() {
-    queue_->sync([] {});
+    for (;;) {
+        const auto before = posted_.load();
+        MIDIInternals::syncOn(*queue_, [] {});
+        std::vector<std::function<void()>> blocks;
+        {
+            std::lock_guard lock(mutex_);
+            for (const auto& [ref, client] : clients_) {
+                if (client.flush) {
+                    blocks.push_back(client.flush);
+                }
+            }
+        }
+        for (const auto& block : blocks) {
+            block();
+        }
+        if (posted_.load() == before) {
+            return;
+        }
+    }
 }
 
 // --- Ports. ---
@@ -519,7 +551,7 @@ OSStatus LoopbackMIDIServer::fromSource(MIDIEndpointRef source, LoopbackMessage 
             }
         }
     }
-    queue_->post([self = shared_from_this(), message = std::move(message), targets = std::move(targets), source] {
+    post([self = shared_from_this(), message = std::move(message), targets = std::move(targets), source] {
         self->deliver(message, targets, source);
     });
     return noErr;
@@ -542,7 +574,7 @@ OSStatus LoopbackMIDIServer::toDestination(MIDIPortRef port, MIDIEndpointRef des
         }
         targetsOfDestination(destination, targets);
     }
-    queue_->post([self = shared_from_this(), message = std::move(message), targets = std::move(targets), port] {
+    post([self = shared_from_this(), message = std::move(message), targets = std::move(targets), port] {
         self->deliver(message, targets, port);
     });
     return noErr;

@@ -11,9 +11,11 @@
 // caller's thread, and without the server's lock held, so they may call the server.
 
 #include "MIDIIO/MIDIPlatform.hpp"
-#include "MIDIIO/loopback/LoopbackTranslator.hpp"
-#include "platform/SerialQueue.hpp"
+#include "backends/midi_loopback/LoopbackTranslator.hpp"
+#include "MIDIInternals/DispatchQueue.hpp"
 
+#include <atomic>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -35,6 +37,7 @@ public:
 
     // --- The platform interface. ---
     OSStatus clientCreateWithBlock(const std::string& name, NotifyBlock notifyBlock, MIDIClientRef* outClient) override;
+    void clientSetFlushBlock(MIDIClientRef client, std::function<void()> flushBlock) override;
     OSStatus sourceCreate(MIDIClientRef client, const std::string& name, MIDIEndpointRef* outSource) override;
     OSStatus sourceCreateWithProtocol(MIDIClientRef client, const std::string& name, MIDIProtocolID protocol,
                                       MIDIEndpointRef* outSource) override;
@@ -106,10 +109,12 @@ public:
     std::vector<std::vector<std::uint8_t>> deviceDestinationLog(MIDIEndpointRef destination);
     // Posts a report of an input/output error of the device.
     void reportIOError(MIDIDeviceRef device, OSStatus error);
-    // Waits until everything the server has queued so far has been delivered.
+    // Delivers everything in flight, without sleeping: runs the server's queue and then each
+    // client's flush block (which drains the client's queues), again until a round hands the
+    // server nothing new. Not from the server's queue or a client's.
     void flush();
 
-    LoopbackMIDIServer(bool supportsThru, std::shared_ptr<havrel::SerialQueue> queue);
+    LoopbackMIDIServer(bool supportsThru, std::shared_ptr<MIDIInternals::DispatchQueue> queue);
 
 private:
     using Property = std::variant<std::int32_t, std::string, nlohmann::json>;
@@ -128,6 +133,7 @@ private:
     struct Client {
         std::string name;
         NotifyBlock notify;
+        std::function<void()> flush;
     };
     struct Port {
         MIDIClientRef client = 0;
@@ -191,7 +197,11 @@ private:
     void deliver(const LoopbackMessage& message, const std::vector<Target>& targets, MIDIObjectRef stream);
 
     const bool supportsThru_;
-    std::shared_ptr<havrel::SerialQueue> queue_;
+    std::shared_ptr<MIDIInternals::DispatchQueue> queue_;
+    // Puts work on the server's queue, counted for flush().
+    void post(MIDIInternals::DispatchQueue::Work work);
+
+    std::atomic<std::uint64_t> posted_{0};
     mutable std::mutex mutex_;
     MIDIObjectRef lastRef_ = 0x10000;
     std::mt19937 random_;
