@@ -24,7 +24,19 @@ function(havrel_test_suite name)
   add_executable(${target} ${sources})
   target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
   target_link_libraries(${target} PRIVATE ${ARG_LIBS} GTest::gmock GTest::gtest GTest::gtest_main)
-  gtest_discover_tests(${target} PROPERTIES LABELS "${ARG_LABELS}" DISCOVERY_TIMEOUT 60)
+  list(GET ARG_LABELS 0 first_label)
+  gtest_discover_tests(${target} PROPERTIES LABELS ${first_label} DISCOVERY_TIMEOUT 60)
+  # Discovery passes a list-valued property on flattened, so several labels are set by a script
+  # that CTest includes after the discovered tests (which leave their names in NAME_TESTS).
+  list(LENGTH ARG_LABELS label_count)
+  if(label_count GREATER 1)
+    set(labels_script ${CMAKE_CURRENT_BINARY_DIR}/${target}_labels.cmake)
+    file(WRITE ${labels_script}
+      "if(${target}_TESTS)\n"
+      "  set_tests_properties(\${${target}_TESTS} PROPERTIES LABELS \"${ARG_LABELS}\")\n"
+      "endif()\n")
+    set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES ${labels_script})
+  endif()
 endfunction()
 
 # havrel_benchmark(NAME LIBS lib...): bench/NAME.cpp as a Google Benchmark program.
