@@ -15,6 +15,12 @@ check-includes: deps
 test: check-includes
 	$(MAKE) --no-print-directory build
 	ctest --preset default
+	@if reason=$$(./scripts/vm/run-tests --check); then \
+	  echo "ctest --test-dir build/default -L vm --output-on-failure"; \
+	  ctest --test-dir build/default -L vm --output-on-failure; \
+	else \
+	  echo "make test: VM tests skipped: $$reason"; \
+	fi
 	./scripts/check-midi-library-standalone
 
 test-asan: deps
