@@ -10,6 +10,9 @@
 #include "midi_service/HVMIDIManager.hpp"
 #include "midi_service/HVMIDIOutputMonitor.hpp"
 #include "backends/midi_loopback/LoopbackMIDIBackend.hpp"
+#ifdef HAVREL_HAS_ALSA_BACKEND
+#include "backends/midi_alsa/AlsaMIDIBackend.hpp"
+#endif
 #include "platform/DefaultsStore.hpp"
 #include "platform/HostPrompts.hpp"
 #include "platform/Log.hpp"
@@ -43,9 +46,24 @@ struct Options {
 };
 
 // The MIDI backend to use, with the reason, on one stderr line.
+// The backend to run on, with one line on standard error saying which and why: the one asked
+// for where it can run, else the ALSA sequencer where its device opens, else the loopback server.
 std::string chooseBackend(const std::string& requested) {
-    // This build has the in-process loopback server only; a sequencer is of no use without the
-    // backend that talks to it.
+#ifdef HAVREL_HAS_ALSA_BACKEND
+    const bool sequencer = MIDIIO::AlsaMIDIBackend::isAvailable();
+    if (requested == "loopback") {
+        std::cerr << "havrel-central: MIDI backend loopback (requested)\n";
+        return "loopback";
+    }
+    if (sequencer) {
+        std::cerr << "havrel-central: MIDI backend alsa (" << (requested == "alsa" ? "requested, " : "")
+                  << MIDIIO::AlsaMIDIBackend::devicePath << " opens)\n";
+        return "alsa";
+    }
+    std::cerr << "havrel-central: MIDI backend loopback (" << (requested == "alsa" ? "alsa requested, but " : "")
+              << MIDIIO::AlsaMIDIBackend::devicePath << " does not open)\n";
+    return "loopback";
+#else
     if (requested == "alsa") {
         std::cerr << "havrel-central: MIDI backend loopback (alsa requested, but this build has no ALSA backend)\n";
     } else if (requested == "loopback") {
@@ -54,6 +72,7 @@ std::string chooseBackend(const std::string& requested) {
         std::cerr << "havrel-central: MIDI backend loopback (this build has no ALSA backend)\n";
     }
     return "loopback";
+#endif
 }
 
 havrel::LogLevel parseLevel(const std::string& text) {
@@ -94,8 +113,16 @@ int main(int argc, char** argv) {
 
     // This thread runs the main queue, which is the MIDI library's main queue too.
     installMIDILibraryServices();
+#ifdef HAVREL_HAS_ALSA_BACKEND
+    if (chooseBackend(options.midiBackend) == MIDIIO::AlsaMIDIBackend::name) {
+        MIDIIO::AlsaMIDIBackend::install();
+    } else {
+        MIDIIO::LoopbackMIDIBackend::install();
+    }
+#else
     chooseBackend(options.midiBackend);
     MIDIIO::LoopbackMIDIBackend::install();
+#endif
 
     auto product = HVProductData::create();
     product->name = options.product;

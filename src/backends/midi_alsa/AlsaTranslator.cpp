@@ -1,0 +1,99 @@
+#include "backends/midi_alsa/AlsaTranslator.hpp"
+
+#include "MIDIIO/MIDIPacketLayout.hpp"
+
+#include <algorithm>
+#include <cstring>
+
+namespace MIDIIO {
+
+namespace {
+template <class T>
+void put(std::vector<std::uint8_t>& bytes, const T& value) {
+    const auto* raw = reinterpret_cast<const std::uint8_t*>(&value);
+    bytes.insert(bytes.end(), raw, raw + sizeof(T));
+}
+
+void emitEvent(const MIDICore::MIDIEvent& event, const AlsaOutgoingTranslator::Emit& emit) {
+    auto bytes = event.midi1RawBytes();
+    if (!bytes.empty()) {
+        emit(bytes);
+    }
+}
+}  // namespace
+
+AlsaOutgoingTranslator::AlsaOutgoingTranslator() {
+    // A note on of velocity 0 goes out as it was sent.
+    midi1_.setTranslateNoteOnZeroVelocityToNoteOff(false);
+}
+
+void AlsaOutgoingTranslator::packetList(std::span<const std::uint8_t> list, const Emit& emit) {
+    forEachMIDIPacket(list, [&](std::span<const std::uint8_t> bytes, MIDITimeStamp) {
+        midi1_.parse(bytes, MIDICore::UInt4(0), [&](MIDICore::MIDIEvent&& event) { emitEvent(event, emit); });
+    });
+}
+
+void AlsaOutgoingTranslator::eventList(std::span<const std::uint8_t> list, const Emit& emit) {
+    std::int32_t protocol = 0;
+    forEachMIDIEventPacket(list, &protocol, [&](std::span<const std::uint32_t> words, MIDITimeStamp) {
+        umpBytes_.clear();
+        for (auto word : words) {
+            for (int shift = 24; shift >= 0; shift -= 8) {
+                umpBytes_.push_back(static_cast<std::uint8_t>(word >> shift));
+            }
+        }
+        for (const auto& event : midi2_.parsedEvents(umpBytes_)) {
+            emitEvent(event, emit);
+        }
+    });
+}
+
+AlsaIncomingTranslator::AlsaIncomingTranslator() { midi1_.setTranslateNoteOnZeroVelocityToNoteOff(false); }
+
+std::vector<std::uint8_t> AlsaIncomingTranslator::packetList(std::span<const std::uint8_t> bytes,
+                                                             MIDITimeStamp timeStamp) {
+    std::vector<std::uint8_t> list;
+    list.reserve(kSizeOfMIDIPacketListHeader + kSizeOfMIDIPacketHeader + bytes.size());
+    std::uint32_t count = 0;
+    put(list, count);
+    for (std::size_t offset = 0; offset < bytes.size();) {
+        auto length = static_cast<std::uint16_t>(std::min<std::size_t>(bytes.size() - offset, 0xFFFF));
+        put(list, timeStamp);
+        put(list, length);
+        list.insert(list.end(), bytes.begin() + static_cast<std::ptrdiff_t>(offset),
+                    bytes.begin() + static_cast<std::ptrdiff_t>(offset + length));
+        offset += length;
+        ++count;
+    }
+    std::memcpy(list.data(), &count, 4);
+    return list;
+}
+
+std::vector<std::uint8_t> AlsaIncomingTranslator::eventList(std::span<const std::uint8_t> bytes,
+                                                            MIDIProtocolID protocol, MIDITimeStamp timeStamp) {
+    auto version = protocol == MIDIProtocolID::midi1_0 ? MIDICore::MIDIProtocolVersion::midi1_0
+                                                       : MIDICore::MIDIProtocolVersion::midi2_0;
+    std::vector<std::uint8_t> list;
+    std::uint32_t count = 0;
+    put(list, static_cast<std::int32_t>(protocol));
+    put(list, count);
+    midi1_.parse(bytes, MIDICore::UInt4(0), [&](MIDICore::MIDIEvent&& event) {
+        words_.clear();
+        event.appendUMPWords(version, words_);
+        MIDICore::forEachUMPPacket(words_, [&](std::span<const std::uint32_t> packet) {
+            put(list, timeStamp);
+            put(list, static_cast<std::uint32_t>(packet.size()));
+            for (auto word : packet) {
+                put(list, word);
+            }
+            ++count;
+        });
+    });
+    if (count == 0) {
+        return {};
+    }
+    std::memcpy(list.data() + 4, &count, 4);
+    return list;
+}
+
+}  // namespace MIDIIO
