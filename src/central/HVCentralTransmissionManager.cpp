@@ -145,16 +145,19 @@ void HVCentralTransmissionManager::didReceiveCommandForClient(const std::shared_
 }
 
 void HVCentralTransmissionManager::toggleTransmittionForClient(const std::shared_ptr<RNClient>& client) {
-    if (auto it = timers_.find(client); it != timers_.end()) {
-        it->second->invalidate();
-        timers_.erase(it);
+    // One timer per active client, pushed back by each command: the indicator comes down 0.1
+    // seconds after the last one.
+    auto& timer = timers_[client];
+    if (timer && timer->isValid()) {
+        timer->schedule();
+    } else {
+        std::weak_ptr<HVCentralTransmissionManager> weakSelf = weak_from_this();
+        timer = Timer::scheduled(MainQueue::shared(), std::chrono::milliseconds(100), false, [weakSelf, client] {
+            if (auto self = weakSelf.lock()) {
+                self->clientTimerDidFire(client);
+            }
+        });
     }
-    std::weak_ptr<HVCentralTransmissionManager> weakSelf = weak_from_this();
-    timers_[client] = Timer::scheduled(MainQueue::shared(), std::chrono::milliseconds(100), false, [weakSelf, client] {
-        if (auto self = weakSelf.lock()) {
-            self->clientTimerDidFire(client);
-        }
-    });
     enqueueIndicator(HVCentralTransmissionManagerIsTransmitting, client);
 }
 
