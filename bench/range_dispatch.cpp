@@ -1,10 +1,12 @@
 // Decode and dispatch of binary range commands: 16 entries a command, a configuration of 64
 // wrappers with CC, note and pitch containers, through the main queue to a counting
 // transmission manager. With diag=1 every diagnostic line is formatted and handed to a sink
-// that discards it (no terminal in the loop); with diag=0 the level is info.
+// that discards it (no terminal in the loop); with diag=0 the level is info. With async=1 the
+// lines pass through the host's asynchronous sink on their way to the discarding one.
 #include "central/HVCentralConnectionTypeManager.hpp"
 #include "central/RNClient.hpp"
 #include "model/HVEncodedConfiguration.hpp"
+#include "platform/AsyncLogSink.hpp"
 #include "platform/Log.hpp"
 #include "platform/MainQueue.hpp"
 
@@ -48,7 +50,11 @@ std::shared_ptr<HVEncodedConfiguration> makeConfiguration() {
 }
 
 void BM_RangeCommandDispatch(benchmark::State& state) {
-    auto previousSink = setLogSink(std::make_shared<DiscardingSink>());
+    std::shared_ptr<LogSink> sink = std::make_shared<DiscardingSink>();
+    if (state.range(1) != 0) {
+        sink = std::make_shared<AsyncLogSink>(sink);
+    }
+    auto previousSink = setLogSink(sink);
     auto previousLevel = setLogLevel(state.range(0) != 0 ? LogLevel::diag : LogLevel::info);
     MainQueue::shared().resetForTesting();
     auto counter = std::make_shared<CountingTransmissionManager>();
@@ -79,11 +85,14 @@ void BM_RangeCommandDispatch(benchmark::State& state) {
     state.counters["entries/s"] = benchmark::Counter(static_cast<double>(entries), benchmark::Counter::kIsRate);
     state.counters["broadcasts"] = static_cast<double>(counter->count);
     HVTransmissionManager::setShared(nullptr);
+    if (auto async = std::dynamic_pointer_cast<AsyncLogSink>(sink)) {
+        state.counters["dropped"] = static_cast<double>(async->droppedCount());
+    }
     setLogLevel(previousLevel);
     setLogSink(previousSink);
 }
 
 }  // namespace
 
-BENCHMARK(BM_RangeCommandDispatch)->ArgName("diag")->Arg(1)->Arg(0);
+BENCHMARK(BM_RangeCommandDispatch)->ArgNames({"diag", "async"})->Args({1, 0})->Args({0, 0})->Args({1, 1});
 BENCHMARK_MAIN();

@@ -9,6 +9,7 @@
 #include "midi_service/HVMIDIManager.hpp"
 #include "midi_service/HVMIDIOutputMonitor.hpp"
 #include "backends/midi_loopback/LoopbackMIDIBackend.hpp"
+#include "platform/AsyncLogSink.hpp"
 #include "platform/DefaultsStore.hpp"
 #include "platform/HostPrompts.hpp"
 #include "platform/Log.hpp"
@@ -78,7 +79,8 @@ int main(int argc, char** argv) {
     // Everything but the MIDI print goes to stderr.
     // quiet drops every line, info keeps the connection and error lines, diag keeps all.
     setLogLevel(logLevelFromName(options.logLevel).value_or(LogLevel::info));
-    setLogSink(std::make_shared<StderrLogSink>());
+    // Lines are written on a thread of their own, so the main queue never waits on stderr.
+    setLogSink(std::make_shared<AsyncLogSink>(std::make_shared<StderrLogSink>()));
     if (!options.configDir.empty()) {
         DefaultsStore::setStandard(
             std::make_shared<DefaultsStore>(std::filesystem::path(options.configDir) / "defaults.json"));
@@ -145,5 +147,6 @@ int main(int argc, char** argv) {
     }
     mainQueue.poll();
     log("havrel-central: stopped");
+    setLogSink(nullptr);  // the buffered lines are written before the writer ends
     return 0;
 }
