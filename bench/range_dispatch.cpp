@@ -4,6 +4,7 @@
 // that discards it (no terminal in the loop); with diag=0 the level is info. With async=1 the
 // lines pass through the host's asynchronous sink on their way to the discarding one.
 #include "central/HVCentralConnectionTypeManager.hpp"
+#include "central/HVCentralThroughputMeter.hpp"
 #include "central/RNClient.hpp"
 #include "model/HVEncodedConfiguration.hpp"
 #include "platform/AsyncLogSink.hpp"
@@ -92,7 +93,24 @@ void BM_RangeCommandDispatch(benchmark::State& state) {
     setLogSink(previousSink);
 }
 
+// The meter behind every broadcast of the real transmission manager: one record per message,
+// a thousand messages in each virtual millisecond, so that the one-second window stays full.
+void BM_ThroughputMeterRecord(benchmark::State& state) {
+    ManualClockScope scope;
+    HVCentralThroughputMeter meter;
+    std::uint64_t n = 0;
+    for (auto _ : state) {
+        meter.recordController(n % 128, (n * 7) % 128, n % 16);
+        if (++n % 1000 == 0) {
+            scope.advance(std::chrono::milliseconds(1));
+        }
+    }
+    benchmark::DoNotOptimize(meter.lastMessageDescription());
+    state.counters["records/s"] = benchmark::Counter(static_cast<double>(n), benchmark::Counter::kIsRate);
+}
+
 }  // namespace
 
+BENCHMARK(BM_ThroughputMeterRecord);
 BENCHMARK(BM_RangeCommandDispatch)->ArgNames({"diag", "async"})->Args({1, 0})->Args({0, 0})->Args({1, 1});
 BENCHMARK_MAIN();

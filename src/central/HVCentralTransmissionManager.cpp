@@ -71,7 +71,7 @@ void HVCentralTransmissionManager::broadcastProgramChange(std::uint64_t program,
     if (auto sender = HVMIDISender::shared()) {
         sender->sendWithProgramChange(static_cast<std::uint8_t>(program), static_cast<std::uint8_t>(channel), true);
     }
-    HVCentralThroughputMeter::sharedInstance()->recordRaw(fmt::format("PC {}", program));
+    HVCentralThroughputMeter::sharedInstance()->recordProgramChange(program);
 }
 
 void HVCentralTransmissionManager::broadcastPitchBendWithChannel(std::uint64_t channel, std::uint64_t lsb,
@@ -81,7 +81,7 @@ void HVCentralTransmissionManager::broadcastPitchBendWithChannel(std::uint64_t c
     if (auto sender = HVMIDISender::shared()) {
         sender->sendWithPitchBend(static_cast<std::uint16_t>(value), static_cast<std::uint8_t>(channel), true);
     }
-    HVCentralThroughputMeter::sharedInstance()->recordRaw(fmt::format("Bend {}", value));
+    HVCentralThroughputMeter::sharedInstance()->recordPitchBend(value);
 }
 
 void HVCentralTransmissionManager::sendSignal(const RNMIDIControllerSignal& signal) {
