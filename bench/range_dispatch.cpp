@@ -1,9 +1,13 @@
 // Decode and dispatch of binary range commands: 16 entries a command, a configuration of 64
 // wrappers with CC, note and pitch containers, through the main queue to a counting
-// transmission manager. Log lines are formatted but discarded (no terminal in the loop).
+// transmission manager. With diag=1 every diagnostic line is formatted and handed to a sink
+// that discards it (no terminal in the loop); with diag=0 the level is info. With async=1 the
+// lines pass through the host's asynchronous sink on their way to the discarding one.
 #include "central/HVCentralConnectionTypeManager.hpp"
+#include "central/HVCentralThroughputMeter.hpp"
 #include "central/RNClient.hpp"
 #include "model/HVEncodedConfiguration.hpp"
+#include "platform/AsyncLogSink.hpp"
 #include "platform/Log.hpp"
 #include "platform/MainQueue.hpp"
 
@@ -47,7 +51,12 @@ std::shared_ptr<HVEncodedConfiguration> makeConfiguration() {
 }
 
 void BM_RangeCommandDispatch(benchmark::State& state) {
-    auto previousSink = setLogSink(std::make_shared<DiscardingSink>());
+    std::shared_ptr<LogSink> sink = std::make_shared<DiscardingSink>();
+    if (state.range(1) != 0) {
+        sink = std::make_shared<AsyncLogSink>(sink);
+    }
+    auto previousSink = setLogSink(sink);
+    auto previousLevel = setLogLevel(state.range(0) != 0 ? LogLevel::diag : LogLevel::info);
     MainQueue::shared().resetForTesting();
     auto counter = std::make_shared<CountingTransmissionManager>();
     HVTransmissionManager::setShared(counter);
@@ -77,10 +86,31 @@ void BM_RangeCommandDispatch(benchmark::State& state) {
     state.counters["entries/s"] = benchmark::Counter(static_cast<double>(entries), benchmark::Counter::kIsRate);
     state.counters["broadcasts"] = static_cast<double>(counter->count);
     HVTransmissionManager::setShared(nullptr);
+    if (auto async = std::dynamic_pointer_cast<AsyncLogSink>(sink)) {
+        state.counters["dropped"] = static_cast<double>(async->droppedCount());
+    }
+    setLogLevel(previousLevel);
     setLogSink(previousSink);
+}
+
+// The meter behind every broadcast of the real transmission manager: one record per message,
+// a thousand messages in each virtual millisecond, so that the one-second window stays full.
+void BM_ThroughputMeterRecord(benchmark::State& state) {
+    ManualClockScope scope;
+    HVCentralThroughputMeter meter;
+    std::uint64_t n = 0;
+    for (auto _ : state) {
+        meter.recordController(n % 128, (n * 7) % 128, n % 16);
+        if (++n % 1000 == 0) {
+            scope.advance(std::chrono::milliseconds(1));
+        }
+    }
+    benchmark::DoNotOptimize(meter.lastMessageDescription());
+    state.counters["records/s"] = benchmark::Counter(static_cast<double>(n), benchmark::Counter::kIsRate);
 }
 
 }  // namespace
 
-BENCHMARK(BM_RangeCommandDispatch);
+BENCHMARK(BM_ThroughputMeterRecord);
+BENCHMARK(BM_RangeCommandDispatch)->ArgNames({"diag", "async"})->Args({1, 0})->Args({0, 0})->Args({1, 1});
 BENCHMARK_MAIN();

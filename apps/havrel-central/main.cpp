@@ -2,7 +2,6 @@
 // MIDI service, follows client devices over USB (through the usbmux daemon) and on the local
 // path 127.0.0.1:<port>, and runs until SIGINT or SIGTERM.
 
-#include "LogLevelSink.hpp"
 
 #include "central/HVConnectionTypeConfiguration.hpp"
 #include "central/HVProductData.hpp"
@@ -13,6 +12,7 @@
 #ifdef HAVREL_HAS_ALSA_BACKEND
 #include "backends/midi_alsa/AlsaMIDIBackend.hpp"
 #endif
+#include "platform/AsyncLogSink.hpp"
 #include "platform/DefaultsStore.hpp"
 #include "platform/HostPrompts.hpp"
 #include "platform/Log.hpp"
@@ -75,12 +75,6 @@ std::string chooseBackend(const std::string& requested) {
 #endif
 }
 
-havrel::LogLevel parseLevel(const std::string& text) {
-    if (text == "quiet") return havrel::LogLevel::quiet;
-    if (text == "diag") return havrel::LogLevel::diag;
-    return havrel::LogLevel::info;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -102,7 +96,10 @@ int main(int argc, char** argv) {
     CLI11_PARSE(app, argc, argv);
 
     // Everything but the MIDI print goes to stderr.
-    setLogSink(std::make_shared<LogLevelSink>(parseLevel(options.logLevel), std::make_shared<StderrLogSink>()));
+    // quiet drops every line, info keeps the connection and error lines, diag keeps all.
+    setLogLevel(logLevelFromName(options.logLevel).value_or(LogLevel::info));
+    // Lines are written on a thread of their own, so the main queue never waits on stderr.
+    setLogSink(std::make_shared<AsyncLogSink>(std::make_shared<StderrLogSink>()));
     if (!options.configDir.empty()) {
         DefaultsStore::setStandard(
             std::make_shared<DefaultsStore>(std::filesystem::path(options.configDir) / "defaults.json"));
@@ -177,5 +174,6 @@ int main(int argc, char** argv) {
     }
     mainQueue.poll();
     log("havrel-central: stopped");
+    setLogSink(nullptr);  // the buffered lines are written before the writer ends
     return 0;
 }

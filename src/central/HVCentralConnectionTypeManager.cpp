@@ -61,17 +61,22 @@ HVCentralConnectionTypeManager::~HVCentralConnectionTypeManager() {
 
 void HVCentralConnectionTypeManager::didReceiveRangeData(ByteView data, const std::shared_ptr<RNClient>& client) {
     const auto configuration = client ? client->configuration : nullptr;
-    logf("[HVCentralDiag] didReceiveRangeData self={} client.configuration={}", static_cast<const void*>(this),
-         describe(configuration));
+    if (logEnabled(LogLevel::diag)) {
+        logDiagf("[HVCentralDiag] didReceiveRangeData self={} client.configuration={}", static_cast<const void*>(this),
+                 describe(configuration));
+    }
     auto command = HVEncodedRangeCommand::initWithData(data);
     const std::size_t count = command ? command->rangeValues.size() : 0;
-    logf("[HVCentralDiag] decoded rangeCommand with {} rangeValues", count);
+    logDiagf("[HVCentralDiag] decoded rangeCommand with {} rangeValues", count);
     if (command) {
         for (const auto& entry : command->rangeValues) {
             auto wrapper = configuration ? configuration->dataWrapperWithNumericID(entry.dataWrapperID) : nullptr;
-            logf("[HVCentralDiag]   rangeValue dwID={} axis={} rangeValue={:f} -> dataWrapper={}", entry.dataWrapperID,
+            logDiagf("[HVCentralDiag]   rangeValue dwID={} axis={} rangeValue={:f} -> dataWrapper={}", entry.dataWrapperID,
                  entry.axisNumber, entry.rangeValue, static_cast<const void*>(wrapper.get()));
             if (!wrapper) {
+                if (!logEnabled(LogLevel::diag)) {
+                    continue;
+                }
                 std::string known;
                 std::size_t wrapperCount = 0;
                 if (configuration) {
@@ -80,7 +85,7 @@ void HVCentralConnectionTypeManager::didReceiveRangeData(ByteView data, const st
                         known += fmt::format("{{numericID={} uuid={}}} ", candidate->numericID, candidate->uuid());
                     }
                 }
-                logf("[HVCentralDiag] LOOKUP MISS - {} wrappers in client.config: {}", wrapperCount, known);
+                logDiagf("[HVCentralDiag] LOOKUP MISS - {} wrappers in client.config: {}", wrapperCount, known);
                 continue;
             }
             wrapper->setCurrentRangePosition(entry.rangeValue, entry.axisNumber, true);
@@ -90,12 +95,15 @@ void HVCentralConnectionTypeManager::didReceiveRangeData(ByteView data, const st
 }
 
 void HVCentralConnectionTypeManager::didReceiveSyncData(ByteView data, const std::shared_ptr<RNClient>& client) {
-    logf("[HVCentralDiag] didReceiveSyncData self={} client={}", static_cast<const void*>(this), describe(client));
+    if (logEnabled(LogLevel::diag)) {
+        logDiagf("[HVCentralDiag] didReceiveSyncData self={} client={}", static_cast<const void*>(this),
+                 describe(client));
+    }
     std::optional<Bytes> inflated;
     if (isGzipData(data)) {
         inflated = gzipInflate(data);
         if (!inflated) {
-            log("[HVCentralDiag] sync payload is gzip but does not inflate \u2014 keeping the previous configuration");
+            logDiag("[HVCentralDiag] sync payload is gzip but does not inflate \u2014 keeping the previous configuration");
             didSyncSceneData = true;
             return;
         }
@@ -104,9 +112,9 @@ void HVCentralConnectionTypeManager::didReceiveSyncData(ByteView data, const std
     std::string error;
     const Dictionary parsed = parseDocument(data, "didReceiveSyncData", error);
     if (parsed.is_discarded()) {
-        logf("[HVCentralDiag] sync parse error: {}", error);
+        logDiagf("[HVCentralDiag] sync parse error: {}", error);
     } else {
-        logf("[HVCentralDiag] sync parsed, registering range/axis observers on self={}",
+        logDiagf("[HVCentralDiag] sync parsed, registering range/axis observers on self={}",
              static_cast<const void*>(this));
         auto configuration = HVEncodedConfiguration::initFromDictionary(parsed);
         if (client) {
@@ -193,7 +201,7 @@ void HVCentralConnectionTypeManager::registerMIDIOutputObserverIfNeeded() {
 }
 
 void HVCentralConnectionTypeManager::rangeContainerValueDidChange(const Notification& notification) {
-    log("[HVCentralDiag] rangeContainerValueDidChange notification received");
+    logDiag("[HVCentralDiag] rangeContainerValueDidChange notification received");
     const auto* change = notification.objectAs<HVRangeContainerChange>();
     // A transition's target is not a MIDI event; the steps that follow are.
     if (change == nullptr || change->transitionTarget || !change->rangeContainer) {
@@ -201,7 +209,7 @@ void HVCentralConnectionTypeManager::rangeContainerValueDidChange(const Notifica
     }
     auto manager = HVTransmissionManager::shared();
     if (!manager) {
-        log("[HVCentralDiag] no transmission manager installed, position dropped");
+        logDiag("[HVCentralDiag] no transmission manager installed, position dropped");
         return;
     }
     handleRangeContainerValueDidChange(change->rangeContainer, change->newValue, change->dataWrapper, *manager);
@@ -213,29 +221,29 @@ void HVCentralConnectionTypeManager::handleRangeContainerValueDidChange(const HV
                                                                        HVTransmissionManager& transmissionManager) {
     const std::uint64_t value = HVMidiIntegerValue(rangeContainer->midiValueFromRange(position));
     const std::uint64_t channel = rangeContainer->channel != 0 ? rangeContainer->channel - 1 : 0;
-    logf("[HVCentralDiag] handleRangeContainerValueDidChange rc={} val={} lastBroadcasted={} signalType={} tm={}",
+    logDiagf("[HVCentralDiag] handleRangeContainerValueDidChange rc={} val={} lastBroadcasted={} signalType={} tm={}",
          static_cast<const void*>(rangeContainer.get()), value,
          static_cast<std::int64_t>(rangeContainer->lastValueBroadcasted), rangeContainer->signalType,
          static_cast<const void*>(&transmissionManager));
     const HVBroadcastPolicy policy = dataWrapper ? dataWrapper->broadcastPolicy : HVBroadcastPolicyOnValueChange;
     if (!rangeContainer->alwaysBroadcast && policy != HVBroadcastPolicyAlways &&
         rangeContainer->lastValueBroadcasted == value) {
-        log("[HVCentralDiag] dedup early return val==lastBroadcasted");
+        logDiag("[HVCentralDiag] dedup early return val==lastBroadcasted");
         return;
     }
     switch (rangeContainer->signalType) {
     case HVSignalTypeCC:
-        logf("[HVCentralDiag] -> broadcastController controller={} val={} ch={}", rangeContainer->controllerNumber,
+        logDiagf("[HVCentralDiag] -> broadcastController controller={} val={} ch={}", rangeContainer->controllerNumber,
              value, channel);
         transmissionManager.broadcastController(rangeContainer->controllerNumber, value, channel);
         break;
     case HVSignalTypeNote:
-        logf("[HVCentralDiag] -> broadcastNote note={} vel={} ch={}", rangeContainer->controllerNumber, value,
+        logDiagf("[HVCentralDiag] -> broadcastNote note={} vel={} ch={}", rangeContainer->controllerNumber, value,
              channel);
         transmissionManager.broadcastNote(rangeContainer->controllerNumber, value, channel);
         break;
     case HVSignalTypePC:
-        logf("[HVCentralDiag] -> broadcastProgramChange program={} ch={}", value, channel);
+        logDiagf("[HVCentralDiag] -> broadcastProgramChange program={} ch={}", value, channel);
         transmissionManager.broadcastProgramChange(value, channel);
         break;
     case HVSignalTypePitch: {

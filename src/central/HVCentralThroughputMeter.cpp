@@ -5,7 +5,6 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <chrono>
 
 namespace havrel {
@@ -29,27 +28,47 @@ double HVCentralThroughputMeter::now() {
 
 void HVCentralThroughputMeter::recordController(std::uint64_t controller, std::uint64_t value, std::uint64_t channel) {
     (void)channel;
-    recordRaw(fmt::format("CC {} \u00b7 {}", controller, value));
+    record(LastMessage::Kind::controller, controller, value);
 }
 
 void HVCentralThroughputMeter::recordNote(std::uint64_t note, std::uint64_t velocity, std::uint64_t channel,
                                           bool isNoteOn) {
     (void)channel;
-    recordRaw(fmt::format("{} {} \u00b7 {}", isNoteOn ? "Note On" : "Note Off", note, velocity));
+    record(isNoteOn ? LastMessage::Kind::noteOn : LastMessage::Kind::noteOff, note, velocity);
+}
+
+void HVCentralThroughputMeter::recordProgramChange(std::uint64_t program) {
+    record(LastMessage::Kind::programChange, program, 0);
+}
+
+void HVCentralThroughputMeter::recordPitchBend(std::uint64_t value) {
+    record(LastMessage::Kind::pitchBend, value, 0);
 }
 
 void HVCentralThroughputMeter::recordRaw(const std::string& description) {
     const double time = now();
     std::lock_guard guard(lock_);
+    last_.kind = LastMessage::Kind::raw;
+    last_.raw = description;
     timestamps_.push_back(time);
-    lastDescription_ = description;
+    prune(time);
+}
+
+void HVCentralThroughputMeter::record(LastMessage::Kind kind, std::uint64_t number, std::uint64_t value) {
+    const double time = now();
+    std::lock_guard guard(lock_);
+    last_.kind = kind;
+    last_.number = number;
+    last_.value = value;
+    timestamps_.push_back(time);
     prune(time);
 }
 
 void HVCentralThroughputMeter::prune(double time) {
     const double cutoff = time - 1.0;
-    auto first = std::find_if(timestamps_.begin(), timestamps_.end(), [cutoff](double t) { return t >= cutoff; });
-    timestamps_.erase(timestamps_.begin(), first);
+    while (!timestamps_.empty() && timestamps_.front() < cutoff) {
+        timestamps_.pop_front();
+    }
 }
 
 std::int64_t HVCentralThroughputMeter::messagesPerSecond() {
@@ -61,13 +80,29 @@ std::int64_t HVCentralThroughputMeter::messagesPerSecond() {
 
 std::optional<std::string> HVCentralThroughputMeter::lastMessageDescription() {
     std::lock_guard guard(lock_);
-    return lastDescription_;
+    switch (last_.kind) {
+    case LastMessage::Kind::none:
+        return std::nullopt;
+    case LastMessage::Kind::controller:
+        return fmt::format("CC {} \u00b7 {}", last_.number, last_.value);
+    case LastMessage::Kind::noteOn:
+        return fmt::format("Note On {} \u00b7 {}", last_.number, last_.value);
+    case LastMessage::Kind::noteOff:
+        return fmt::format("Note Off {} \u00b7 {}", last_.number, last_.value);
+    case LastMessage::Kind::programChange:
+        return fmt::format("PC {}", last_.number);
+    case LastMessage::Kind::pitchBend:
+        return fmt::format("Bend {}", last_.number);
+    case LastMessage::Kind::raw:
+        return last_.raw;
+    }
+    return std::nullopt;
 }
 
 void HVCentralThroughputMeter::reset() {
     std::lock_guard guard(lock_);
     timestamps_.clear();
-    lastDescription_.reset();
+    last_ = {};
 }
 
 }  // namespace havrel

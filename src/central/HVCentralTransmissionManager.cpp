@@ -42,8 +42,10 @@ std::shared_ptr<HVCentralTransmissionManager> HVCentralTransmissionManager::shar
 void HVCentralTransmissionManager::broadcastController(std::uint64_t controller, std::uint64_t value,
                                                        std::uint64_t channel) {
     auto sender = HVMIDISender::shared();
-    logf("[HVCentralTxDiag] broadcastController cc={} val={} ch={} midiMgrShared={}", controller, value, channel,
-         describe(sender));
+    if (logEnabled(LogLevel::diag)) {
+        logDiagf("[HVCentralTxDiag] broadcastController cc={} val={} ch={} midiMgrShared={}", controller, value, channel,
+                 describe(sender));
+    }
     if (sender) {
         sender->sendWithController(static_cast<std::uint8_t>(controller), static_cast<std::uint8_t>(value),
                                    static_cast<std::uint8_t>(channel), true);
@@ -53,8 +55,10 @@ void HVCentralTransmissionManager::broadcastController(std::uint64_t controller,
 
 void HVCentralTransmissionManager::broadcastNote(std::uint64_t note, std::uint64_t velocity, std::uint64_t channel) {
     auto sender = HVMIDISender::shared();
-    logf("[HVCentralTxDiag] broadcastNote note={} vel={} ch={} midiMgrShared={}", note, velocity, channel,
-         describe(sender));
+    if (logEnabled(LogLevel::diag)) {
+        logDiagf("[HVCentralTxDiag] broadcastNote note={} vel={} ch={} midiMgrShared={}", note, velocity, channel,
+                 describe(sender));
+    }
     if (sender) {
         sender->sendWithNoteOn(static_cast<std::uint8_t>(note), static_cast<std::uint8_t>(velocity),
                                static_cast<std::uint8_t>(channel), true);
@@ -63,21 +67,21 @@ void HVCentralTransmissionManager::broadcastNote(std::uint64_t note, std::uint64
 }
 
 void HVCentralTransmissionManager::broadcastProgramChange(std::uint64_t program, std::uint64_t channel) {
-    logf("[HVCentralTxDiag] broadcastProgramChange pc={} ch={}", program, channel);
+    logDiagf("[HVCentralTxDiag] broadcastProgramChange pc={} ch={}", program, channel);
     if (auto sender = HVMIDISender::shared()) {
         sender->sendWithProgramChange(static_cast<std::uint8_t>(program), static_cast<std::uint8_t>(channel), true);
     }
-    HVCentralThroughputMeter::sharedInstance()->recordRaw(fmt::format("PC {}", program));
+    HVCentralThroughputMeter::sharedInstance()->recordProgramChange(program);
 }
 
 void HVCentralTransmissionManager::broadcastPitchBendWithChannel(std::uint64_t channel, std::uint64_t lsb,
                                                                  std::uint64_t msb) {
-    logf("[HVCentralTxDiag] broadcastPitchBend ch={} lsb={} msb={}", channel, lsb, msb);
+    logDiagf("[HVCentralTxDiag] broadcastPitchBend ch={} lsb={} msb={}", channel, lsb, msb);
     const std::uint64_t value = lsb + (msb << 7);
     if (auto sender = HVMIDISender::shared()) {
         sender->sendWithPitchBend(static_cast<std::uint16_t>(value), static_cast<std::uint8_t>(channel), true);
     }
-    HVCentralThroughputMeter::sharedInstance()->recordRaw(fmt::format("Bend {}", value));
+    HVCentralThroughputMeter::sharedInstance()->recordPitchBend(value);
 }
 
 void HVCentralTransmissionManager::sendSignal(const RNMIDIControllerSignal& signal) {
@@ -141,16 +145,19 @@ void HVCentralTransmissionManager::didReceiveCommandForClient(const std::shared_
 }
 
 void HVCentralTransmissionManager::toggleTransmittionForClient(const std::shared_ptr<RNClient>& client) {
-    if (auto it = timers_.find(client); it != timers_.end()) {
-        it->second->invalidate();
-        timers_.erase(it);
+    // One timer per active client, pushed back by each command: the indicator comes down 0.1
+    // seconds after the last one.
+    auto& timer = timers_[client];
+    if (timer && timer->isValid()) {
+        timer->schedule();
+    } else {
+        std::weak_ptr<HVCentralTransmissionManager> weakSelf = weak_from_this();
+        timer = Timer::scheduled(MainQueue::shared(), std::chrono::milliseconds(100), false, [weakSelf, client] {
+            if (auto self = weakSelf.lock()) {
+                self->clientTimerDidFire(client);
+            }
+        });
     }
-    std::weak_ptr<HVCentralTransmissionManager> weakSelf = weak_from_this();
-    timers_[client] = Timer::scheduled(MainQueue::shared(), std::chrono::milliseconds(100), false, [weakSelf, client] {
-        if (auto self = weakSelf.lock()) {
-            self->clientTimerDidFire(client);
-        }
-    });
     enqueueIndicator(HVCentralTransmissionManagerIsTransmitting, client);
 }
 

@@ -278,14 +278,14 @@ void HVMIDIManager::setupMIDIClockTest() {
     try {
         midiManager_->start();
     } catch (const MIDIIO::MIDIIOError& error) {
-        log("[ClockTest] manager start error: " + error.description());
+        logDiag("[ClockTest] manager start error: " + error.description());
     }
     createClockParser();
     try {
         midiManager_->addInput(inputName(), kInputTag, MIDIIO::MIDIIdentifierPersistence::userDefaultsManaged(kInputTag),
                                eventsReceiver());
     } catch (const MIDIIO::MIDIIOError& error) {
-        log("[ClockTest] addInput error: " + error.description());
+        logDiag("[ClockTest] addInput error: " + error.description());
     }
     std::weak_ptr<HVMIDIManager> weakSelf = weak_from_this();
     refreshTimer_ = Timer::scheduled(MainQueue::shared(), std::chrono::seconds(1), true, [weakSelf] {
@@ -307,7 +307,7 @@ void HVMIDIManager::refreshClockSources() {
                 MIDIIO::MIDIInputConnectionMode::outputs({MIDIIO::MIDIEndpointIdentity::uniqueID(endpoint.uniqueID)}),
                 tag, MIDIIO::MIDIEndpointFilter::default_(), eventsReceiver());
         } catch (const MIDIIO::MIDIIOError& error) {
-            log("[ClockTest] addInputConnection error: " + error.description());
+            logDiag("[ClockTest] addInputConnection error: " + error.description());
         }
     }
 }
@@ -372,7 +372,7 @@ void HVMIDIManager::updateInputConnection() {
     if (!source) {
         return;
     }
-    log("Setting up new input connection to " + (source->displayName.empty() ? source->name : source->displayName) +
+    logDiag("Setting up new input connection to " + (source->displayName.empty() ? source->name : source->displayName) +
         ".");
     try {
         manager.addInputConnection(
@@ -493,8 +493,8 @@ void HVMIDIManager::sendOnPath(bool sendVirtual, const char* networkErrorLabel, 
     auto& manager = requireManager();
     if (sendVirtual) {
         manager.forEachManagedOutput([&](const std::string& tag, MIDIIO::MIDIOutput& output) {
-            if (logVirtualTag) {
-                log("[HVMIDIDiag]   sending CC to managedOutput tag=" + tag);
+            if (logVirtualTag && logEnabled(LogLevel::diag)) {
+                logDiag("[HVMIDIDiag]   sending CC to managedOutput tag=" + tag);
             }
             try {
                 output.send(build());

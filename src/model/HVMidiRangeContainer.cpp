@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace havrel {
 
@@ -343,15 +344,16 @@ bool HVMidiRangeContainer::shouldBroadcastForMultiAxialValues(const std::vector<
     return false;
 }
 
-void HVMidiRangeContainer::setCurrentRangePosition(const std::vector<double>& position, bool broadcastChange,
+void HVMidiRangeContainer::setCurrentRangePosition(std::vector<double> position, bool broadcastChange,
                                                    const std::shared_ptr<HVMidiAxisDataWrapper>& dataWrapper,
                                                    bool transitionStep) {
-    std::vector<double> old = std::move(currentRangePosition_);
-    currentRangePosition_ = position;
     if (!broadcastChange) {
+        currentRangePosition_ = std::move(position);
         return;
     }
-    HVRangeContainerChange change{shared_from_this(), dataWrapper, position, std::move(old), transitionStep, false};
+    std::vector<double> old = std::exchange(currentRangePosition_, position);
+    HVRangeContainerChange change{shared_from_this(), dataWrapper, std::move(position), std::move(old), transitionStep,
+                                  false};
     NotificationCenter::defaultCenter().postOnMainQueue(
         Notification{NotificationRangeContainerDidChangeValue, nullptr, Dictionary(), std::move(change)});
 }

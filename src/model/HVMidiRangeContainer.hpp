@@ -102,7 +102,8 @@ public:
     std::optional<double> radialDistanceRatio(const std::vector<double>& point) const;
 
     // Accepting a position. Stores it, and when broadcast posts the change to the main queue.
-    void setCurrentRangePosition(const std::vector<double>& position, bool broadcastChange,
+    // Taken by value: a temporary position becomes the stored one without a copy.
+    void setCurrentRangePosition(std::vector<double> position, bool broadcastChange,
                                  const std::shared_ptr<HVMidiAxisDataWrapper>& dataWrapper,
                                  bool transitionStep = false);
     void broadcastTransitionTargetWithDataWrapper(const std::shared_ptr<HVMidiAxisDataWrapper>& dataWrapper);

@@ -76,14 +76,38 @@ std::shared_ptr<LogSink> setLogSink(std::shared_ptr<LogSink> sink) {
     return sink;
 }
 
-void log(std::string_view line) {
-    currentSink()->write(line);
+LogLevel setLogLevel(LogLevel level) {
+    return static_cast<LogLevel>(detail::processLogLevel.exchange(static_cast<int>(level), std::memory_order_relaxed));
 }
 
-ScopedLogCapture::ScopedLogCapture()
-    : capture_(std::make_shared<CaptureLogSink>()), previous_(setLogSink(capture_)) {}
+std::optional<LogLevel> logLevelFromName(std::string_view name) {
+    if (name == "quiet") {
+        return LogLevel::quiet;
+    }
+    if (name == "info") {
+        return LogLevel::info;
+    }
+    if (name == "diag") {
+        return LogLevel::diag;
+    }
+    return std::nullopt;
+}
+
+void log(std::string_view line) {
+    log(LogLevel::info, line);
+}
+
+void log(LogLevel level, std::string_view line) {
+    if (logEnabled(level)) {
+        currentSink()->write(line);
+    }
+}
+
+ScopedLogCapture::ScopedLogCapture(LogLevel level)
+    : capture_(std::make_shared<CaptureLogSink>()), previous_(setLogSink(capture_)), previousLevel_(setLogLevel(level)) {}
 
 ScopedLogCapture::~ScopedLogCapture() {
+    setLogLevel(previousLevel_);
     setLogSink(previous_);
 }
 

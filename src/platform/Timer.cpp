@@ -34,8 +34,13 @@ void Timer::schedule(Duration initialDelay) {
         return;
     }
     std::lock_guard lock(mutex_);
+    const auto due = queue->now() + std::max(initialDelay, Duration::zero());
+    if (valid_ && posted_ && due >= postedDue_) {
+        due_ = due;
+        return;
+    }
     valid_ = true;
-    arm(queue, queue->now() + std::max(initialDelay, Duration::zero()), ++generation_);
+    arm(queue, due, ++generation_);
 }
 
 void Timer::rearm(Duration interval) {
@@ -51,6 +56,7 @@ void Timer::rearm(Duration interval) {
 void Timer::invalidate() {
     std::lock_guard lock(mutex_);
     valid_ = false;
+    posted_ = false;
     ++generation_;
 }
 
@@ -67,6 +73,8 @@ Timer::Duration Timer::interval() const {
 // With the mutex held.
 void Timer::arm(std::shared_ptr<WorkQueue> queue, Clock::TimePoint due, std::uint64_t generation) {
     due_ = due;
+    postedDue_ = due;
+    posted_ = true;
     queue->postAt(due, [self = shared_from_this(), generation] { self->fire(generation); });
 }
 
@@ -76,8 +84,14 @@ void Timer::fire(std::uint64_t generation) {
         if (!valid_ || generation != generation_) {
             return;
         }
+        posted_ = false;
+        auto queue = queue_.lock();
+        if (queue && queue->now() < due_) {
+            // Scheduled again for later while this fire waited.
+            arm(std::move(queue), due_, generation);
+            return;
+        }
         if (repeats_) {
-            auto queue = queue_.lock();
             if (!queue) {
                 return;
             }

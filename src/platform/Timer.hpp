@@ -6,6 +6,10 @@
 // A repeating timer keeps its period from its first due time (due, due + interval, ...), so in
 // virtual time a 1 s timer fires exactly five times in 5 s. On the steady clock a timer that
 // falls more than a period behind skips the missed fires instead of bunching them.
+//
+// Scheduling again to a later time than the one already waiting on the queue posts nothing:
+// the waiting fire finds the later due time and waits again for it. So a timer pushed back by
+// every event of a burst costs the queue one entry per interval, not one per event.
 
 #include "platform/WorkQueue.hpp"
 
@@ -55,6 +59,8 @@ private:
     mutable std::mutex mutex_;
     Duration interval_;
     Clock::TimePoint due_{};
+    Clock::TimePoint postedDue_{};  // due time of the fire waiting on the queue
+    bool posted_ = false;           // a fire of the current generation waits on the queue
     std::uint64_t generation_ = 0;  // bumped by every schedule and invalidate
     bool valid_ = false;
 };

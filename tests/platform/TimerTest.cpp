@@ -71,6 +71,46 @@ TEST(Timer, OneShotFiresOnceAndCanBeScheduledAgainWithoutAHolder) {
     EXPECT_FALSE(timer->isValid());
 }
 
+TEST(Timer, PushedBackOneShotFiresOnceAtTheLastDueTimeAndAnEarlierScheduleStillHolds) {
+    ManualClockScope scope;
+    auto& queue = MainQueue::shared();
+    int fires = 0;
+    auto timer = Timer::scheduled(queue, 100ms, false, [&] { ++fires; });
+    for (int i = 0; i < 50; ++i) {
+        scope.advance(10ms);
+        timer->schedule();
+    }
+    // The first due time (100 ms) is long past; the last schedule is due at 600 ms.
+    EXPECT_EQ(fires, 0);
+    scope.advance(99ms);
+    EXPECT_EQ(fires, 0);
+    scope.advance(1ms);
+    EXPECT_EQ(fires, 1);
+    EXPECT_FALSE(timer->isValid());
+
+    // Pushed back and then brought forward: the earlier time wins, and it fires once.
+    timer->schedule(500ms);
+    timer->schedule(1s);
+    timer->schedule(20ms);
+    scope.advance(20ms);
+    EXPECT_EQ(fires, 2);
+    scope.advance(2s);
+    EXPECT_EQ(fires, 2);
+
+    // A pushed-back repeating timer keeps its period from the new due time.
+    int repeats = 0;
+    auto repeating = Timer::scheduled(queue, 100ms, true, [&] { ++repeats; });
+    scope.advance(50ms);
+    repeating->schedule();
+    scope.advance(99ms);
+    EXPECT_EQ(repeats, 0);
+    scope.advance(1ms);
+    EXPECT_EQ(repeats, 1);
+    scope.advance(100ms);
+    EXPECT_EQ(repeats, 2);
+    repeating->invalidate();
+}
+
 TEST(Timer, InvalidateOnTheQueueStopsATimerThatIsAlreadyDue) {
     ManualClockScope scope;
     auto& queue = MainQueue::shared();

@@ -169,7 +169,7 @@ void RNUSBServerConnectionManager::deviceDidDetach(const Notification& notificat
 // Connects start from the not-connected queue; the channel itself lives on the main queue, so
 // the rest of the work is handed there at once.
 void RNUSBServerConnectionManager::connectToUSBDeviceWithDeviceID(std::int64_t deviceID) {
-    logf("connect to {}", deviceID);
+    logDiagf("connect to {}", deviceID);
     auto weak = weakSelf();
     MainQueue::shared().post([weak, deviceID] {
         auto self = weak.lock();
@@ -210,7 +210,7 @@ void RNUSBServerConnectionManager::didFinishConnecting(std::int64_t deviceID, co
         if (std::find(connectedChannels.begin(), connectedChannels.end(), channel) == connectedChannels.end()) {
             connectedChannels.push_back(channel);
         }
-        logf("attachedDevicesIDsThatAreNotConnected {}", fmt::join(attachedDevicesIDsThatAreNotConnected(), ", "));
+        logDiagf("attachedDevicesIDsThatAreNotConnected {}", fmt::join(attachedDevicesIDsThatAreNotConnected(), ", "));
     }
     auto weak = weakSelf();
     MainQueue::shared().post([weak] {
@@ -279,7 +279,7 @@ void RNUSBServerConnectionManager::instantiateScannerTimer() {
 }
 
 void RNUSBServerConnectionManager::scanForClients() {
-    log("usb scanForClients");
+    logDiag("usb scanForClients");
     auto weak = weakSelf();
     for (auto deviceID : attachedDevicesIDsThatAreNotConnected()) {
         notConnectedQueue_->post([weak, deviceID] {
