@@ -1,5 +1,5 @@
 # The two commands of the README. Everything else goes through CMake presets.
-.PHONY: test test-asan deps build check-includes demo fuzz clean
+.PHONY: test test-asan test-tsan deps build check-includes demo fuzz clean
 
 deps:
 	./scripts/install-deps
@@ -27,6 +27,11 @@ test-asan: deps
 	cmake --preset asan-ubsan
 	cmake --build --preset asan-ubsan
 	ctest --preset asan-ubsan
+
+test-tsan: deps
+	cmake --preset tsan
+	cmake --build --preset tsan
+	ctest --preset tsan
 
 fuzz: deps
 	cmake --preset fuzz

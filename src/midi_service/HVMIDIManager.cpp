@@ -330,6 +330,7 @@ void HVMIDIManager::didReceiveEvents(const std::vector<MIDIEvent>& events) {
         return;
     }
     // Everything but the clock is dropped: incoming notes and controllers go nowhere.
+    std::lock_guard lock(clockMutex_);
     for (const auto& event : events) {
         clockParser_->handle(event);
     }

@@ -8,7 +8,7 @@
 //
 // Sends run on the caller's thread and allocate nothing beyond the event. Set-up and the two
 // refresh timers run on the main queue. Received events and the clock handling run on the
-// queue of the input that received them.
+// queue of the input that received them, one batch at a time across all inputs.
 
 #include "central/HVConnectionTypeConfiguration.hpp"
 #include "central/HVMIDISender.hpp"
@@ -182,6 +182,12 @@ private:
     // register again, hence the recursive lock.
     mutable std::recursive_mutex observersMutex_;
     std::vector<HVTempoChangeObservationContainer> midiTimeObservers_;
+    // One receiver serves the virtual input and every input connection, each delivering on its
+    // own receive queue, and they all feed the one parser: clockMutex_ serialises the parser's
+    // state and the clock handling after it (the position's read-then-write at each beat, the
+    // song position). Taken before observersMutex_; observer callbacks run with it held, so
+    // they must not feed events back in.
+    std::mutex clockMutex_;
     std::unique_ptr<HVMIDIClockParser> clockParser_;
     std::atomic<std::uint64_t> debugTotalMIDIEventsReceived_{0};
     std::atomic<double> debugLastEventTimestamp_{0};

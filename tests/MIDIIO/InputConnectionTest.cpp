@@ -6,6 +6,10 @@
 #include "MIDIInternals/DispatchSync.hpp"
 #include "MIDIInternals/TargetQueue.hpp"
 
+#include <atomic>
+#include <deque>
+#include <thread>
+
 namespace MIDIIO::testing {
 namespace {
 
@@ -97,6 +101,56 @@ TEST_F(LoopbackTest, InputConnectionAddsAndRemovesSourcesByIdentityAndByEndpoint
     } catch (const MIDIIOError& error) {
         EXPECT_NE(error.get<MIDIIOError::ConnectionError>(), nullptr);
     }
+}
+
+// A device keeps playing on a thread of its own while the application adds and removes its
+// input connection over and over: each connection's receiver gets only what arrived while it
+// was there, and nothing once its removal has been drained.
+TEST_F(LoopbackTest, InputConnectionsTornDownWhilePacketsArrive) {
+    auto device = server->addDevice("Box", "Maker");
+    auto entity = server->addEntity(device, "Port");
+    const auto source = server->addSource(entity, "Clock");
+    auto app = startedManager("App");
+
+    constexpr int rounds = 40;
+    constexpr int sends = 2000;
+    std::deque<EventLog> logs;  // outlive every delivery
+    std::atomic<bool> stop{false};
+    std::atomic<int> sent{0};
+    std::thread player([&] {
+        while (!stop.load() && sent.load() < sends) {
+            server->deviceSourceSend(source, {0xF8});
+            ++sent;
+        }
+    });
+    for (int round = 0; round < rounds; ++round) {
+        auto& log = logs.emplace_back();
+        app->addInputConnection(MIDIInputConnectionMode::outputs({MIDIEndpointIdentity::name("Clock")}), "in", {},
+                                log.receiver());
+        std::this_thread::yield();
+        app->remove(ManagedType::inputConnection, TagSelection::withTag("in"));
+    }
+    stop = true;
+    player.join();
+    // A list the server had already handed to a port may still land after the removal; once
+    // everything in flight is delivered, the removed receivers hear nothing more.
+    ASSERT_TRUE(delivered([] { return true; }));
+    std::vector<std::size_t> counts;
+    std::size_t total = 0;
+    for (auto& log : logs) {
+        counts.push_back(log.count());
+        total += counts.back();
+        for (const auto& event : log.snapshot()) {
+            EXPECT_EQ(event, MIDIEvent::timingClock());
+        }
+    }
+    EXPECT_LE(total, static_cast<std::size_t>(sent.load()));
+    server->deviceSourceSend(source, {0xF8});
+    ASSERT_TRUE(delivered([] { return true; }));
+    for (std::size_t i = 0; i < logs.size(); ++i) {
+        EXPECT_EQ(logs[i].count(), counts[i]) << "round " << i << " received after its removal";
+    }
+    EXPECT_EQ(app->managedInputConnection("in"), nullptr);
 }
 
 }  // namespace

@@ -5,6 +5,10 @@
 
 #include "MIDIInternals/InMemoryKeyValueStore.hpp"
 
+#include <atomic>
+#include <string>
+#include <thread>
+
 namespace MIDIIO::testing {
 namespace {
 
@@ -155,6 +159,54 @@ TEST_F(LoopbackTest, DevicesAndEndpointsOfTheHardwareSideAndTheirNotifications) 
     EXPECT_GE(deviceCounts.size(), 2u);
     EXPECT_EQ(deviceCounts.front(), 0u);  // the stream starts with the present state
     EXPECT_NE(source, 0u);
+}
+
+// The system changes on a thread of its own (sources appear, go offline, go away) while readers
+// on two other threads copy the manager's caches: every copy is whole, and the caches end in
+// step with the system.
+TEST_F(LoopbackTest, CachesReadFromOtherThreadsWhileSystemNotificationsUpdateThem) {
+    std::atomic<int> notified{0};
+    auto manager = startedManager("App", [&](const MIDIIONotification&) { ++notified; });
+    auto device = server->addDevice("Box", "Maker");
+    auto entity = server->addEntity(device, "Port");
+
+    constexpr int changes = 60;
+    std::atomic<bool> done{false};
+    std::thread system([&] {
+        std::vector<MIDIEndpointRef> kept;
+        for (int i = 0; i < changes; ++i) {
+            const auto source = server->addSource(entity, "Src " + std::to_string(i));
+            if (i % 3 == 0) {
+                server->objectSetIntegerProperty(source, "offline", 1);
+            } else if (i % 3 == 1) {
+                server->removeObject(source);
+            } else {
+                kept.push_back(source);
+            }
+        }
+        done = true;
+    });
+    auto reader = [&] {
+        while (!done.load()) {
+            for (const auto& output : manager->endpoints().outputs) {
+                EXPECT_TRUE(output.name.starts_with("Src ")) << output.name;
+            }
+            for (const auto& each : manager->devices().devices) {
+                EXPECT_EQ(each.name, "Box");
+            }
+        }
+    };
+    std::thread first(reader);
+    std::thread second(reader);
+    system.join();
+    first.join();
+    second.join();
+    ASSERT_TRUE(delivered([&] { return manager->endpoints().outputs.size() == changes / 3; }));
+    EXPECT_GT(notified.load(), 0);
+    for (const auto& output : manager->endpoints().outputs) {
+        const int index = std::stoi(output.name.substr(4));
+        EXPECT_EQ(index % 3, 2) << output.name;
+    }
 }
 
 TEST(MIDIIONotificationTranslation, DropsWhatCannotBeFoundAndKeepsUnknownIDs) {

@@ -15,8 +15,11 @@
 #include "platform/Log.hpp"
 #include "sequencing/HVSequence.hpp"
 
+#include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <filesystem>
+#include <thread>
 
 namespace havrel {
 namespace {
@@ -409,6 +412,42 @@ TEST_F(ClockTest, RegistrationsWithoutATickCallbackOrOwnerAreDroppedAtTheNextTic
     EXPECT_EQ(manager_->midiTimeObserverCount(), 1u);
     ticks(1, 0.02);
     EXPECT_EQ(manager_->midiTimeObserverCount(), 0u);
+}
+
+// The one receiver sits on the virtual input and on every input connection, and each of those
+// delivers on its own queue: two sources sending clock at once must still count every tick once
+// and move the position once per beat.
+TEST_F(HVMIDIManagerTest, ClockFromTwoSourcesAtOnceCountsEveryTickOnce) {
+    std::atomic<std::int64_t> calls{0};
+    HVMIDIManager::setClockForTesting([&calls] { return 1000.0 + 0.02 * static_cast<double>(++calls); });
+    auto manager = HVMIDIManager::initSharedClockTestWithConnectionConfiguration(configuration_);
+    auto registrant = std::make_shared<int>(0);
+    std::vector<std::uint64_t> totals;  // written under the manager's observer lock
+    manager->registerForQNChangesWithRegistrar(registrant, [&](std::uint64_t total) { totals.push_back(total); });
+    manager->didReceiveEvents({MIDIEvent::start()});
+
+    constexpr int ticksPerSource = 600;
+    std::atomic<int> ready{0};
+    auto source = [&] {
+        ++ready;
+        while (ready.load() < 2) {
+        }
+        for (int i = 0; i < ticksPerSource; ++i) {
+            manager->didReceiveEvents({MIDIEvent::timingClock()});
+        }
+    };
+    std::thread first(source);
+    std::thread second(source);
+    first.join();
+    second.join();
+
+    ASSERT_EQ(totals.size(), 2u * ticksPerSource);
+    std::sort(totals.begin(), totals.end());
+    for (std::size_t i = 0; i < totals.size(); ++i) {
+        ASSERT_EQ(totals[i], i + 1) << "tick totals repeat or skip";
+    }
+    EXPECT_EQ(manager->position(), 2.0 * ticksPerSource / 6.0);
+    EXPECT_EQ(manager->debugTotalMIDIEventsReceived(), 1u + 2u * ticksPerSource);
 }
 
 TEST(ObserverRemoval, IndicesApplyToTheShrinkingArrayInOrder) {

@@ -3,6 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
+#include <set>
+#include <thread>
 #include <vector>
 
 namespace havrel {
@@ -92,6 +96,58 @@ TEST_F(NotificationQueueTest, WhatIsEnqueuedDuringDeliveryGoesOutInALaterTurn) {
     EXPECT_EQ(delivered, std::vector<std::string>{"StoppedTransmitting:now"});
     MainQueue::shared().poll();
     EXPECT_EQ(delivered, (std::vector<std::string>{"StoppedTransmitting:now", "IsTransmitting:x"}));
+}
+
+// Enqueues from several threads while the main queue flushes: nothing is lost or delivered
+// twice, each thread's notifications keep their order, and coalescing on the sender leaves the
+// last one of each thread.
+TEST_F(NotificationQueueTest, EnqueuesFromSeveralThreadsWhileTheMainQueueFlushes) {
+    constexpr int threadCount = 3;
+    constexpr int perThread = 400;
+    int senders[threadCount] = {};
+    std::vector<std::vector<int>> seen(threadCount);  // written on the main queue only
+    std::vector<int> lastCoalesced(threadCount, -1);
+    center.addObserver(&seen, "Step", nullptr, [&](const Notification& n) {
+        seen[n.userInfo["thread"].get<std::size_t>()].push_back(n.userInfo["i"].get<int>());
+    });
+    center.addObserver(&seen, "Latest", nullptr, [&](const Notification& n) {
+        lastCoalesced[n.userInfo["thread"].get<std::size_t>()] = n.userInfo["i"].get<int>();
+    });
+    std::atomic<int> finished{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < threadCount; ++t) {
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < perThread; ++i) {
+                nlohmann::json info{{"thread", t}, {"i", i}};
+                queue.enqueue({"Step", &senders[t], info, {}}, i % 2 ? PostingStyle::ASAP : PostingStyle::WhenIdle,
+                              Coalescing::None);
+                queue.enqueue({"Latest", &senders[t], info, {}});
+            }
+            ++finished;
+        });
+    }
+    while (finished.load() < threadCount) {
+        MainQueue::shared().poll();
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    MainQueue::shared().poll();
+    for (int t = 0; t < threadCount; ++t) {
+        const auto& steps = seen[static_cast<std::size_t>(t)];
+        ASSERT_EQ(steps.size(), static_cast<std::size_t>(perThread));
+        // ASAP ones go ahead of WhenIdle ones within one flush, so order holds per style.
+        std::vector<int> odd;
+        std::vector<int> even;
+        for (int i : steps) {
+            (i % 2 ? odd : even).push_back(i);
+        }
+        EXPECT_TRUE(std::is_sorted(odd.begin(), odd.end()));
+        EXPECT_TRUE(std::is_sorted(even.begin(), even.end()));
+        EXPECT_EQ(odd.size() + even.size(), static_cast<std::size_t>(perThread));
+        EXPECT_EQ(std::set<int>(steps.begin(), steps.end()).size(), static_cast<std::size_t>(perThread));
+        EXPECT_EQ(lastCoalesced[static_cast<std::size_t>(t)], perThread - 1);
+    }
 }
 
 TEST(NotificationQueue, DefaultQueueDeliversAfterAMainQueueReset) {

@@ -5,7 +5,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
+#include <thread>
 
 namespace havrel {
 namespace {
@@ -144,6 +147,57 @@ TEST_F(SequencingTest, GlideToAStopPlaysInVirtualTime) {
     EXPECT_EQ(container->currentRangePosition(), std::vector<double>{0.5});
     scope_.advance(milliseconds(500));
     EXPECT_EQ(container->currentRangePosition(), std::vector<double>{0.5});
+}
+
+// A recorded gesture replays through the axis setter on the scheduler's thread while the
+// client's own positions reach the same setter from another thread. The scheduler's lock makes
+// each setter call whole: the axis position and the glide it starts or stops go together, so a
+// container never carries two glides, and the client's last position wins once the replay
+// stops.
+TEST_F(SequencingTest, GestureReplayAndClientPositionsShareTheAxisSetter) {
+    GlidingFader fader;
+    auto& container = fader.container;
+    auto& wrapper = fader.wrapper;
+    wrapper->setCurrentRangePosition(0.2, 0, false);
+
+    auto gesture = HVComponentSequence::sequenceWithDataWrapper(wrapper, wrapper->midiAxis().front(), true);
+    for (double position : {1.0, 0.3, 0.0, 1.0, 0.6}) {
+        gesture->timeSlices.push_back(HVMIDISequenceTimeslice::create(std::vector<double>{position}, 0.001));
+    }
+    std::weak_ptr<HVMidiAxisDataWrapper> weakWrapper = wrapper;
+    gesture->playWithPlayerCallback([weakWrapper](const HVMIDISequenceTimeslice& slice) {
+        if (auto target = weakWrapper.lock(); target && slice.rangePosition) {
+            target->setCurrentRangePosition(slice.rangePosition->front(), 0, false);
+        }
+    });
+
+    std::atomic<bool> done{false};
+    std::atomic<std::size_t> mostGlides{0};
+    std::thread client([&] {
+        const double positions[] = {1.0, 0.0, 0.4, 1.0, 1.0, 0.7};
+        for (int i = 0; i < 400; ++i) {
+            wrapper->setCurrentRangePosition(positions[i % 6], 0, false);
+            std::lock_guard lock(HVSequenceManagerLock());
+            mostGlides = std::max(mostGlides.load(), container->sequences().size());
+        }
+        done = true;
+    });
+    int steps = 0;
+    while (!done.load() && steps < 20000) {
+        scope_.advance(milliseconds(1));  // the scheduler's timer, on the playback thread
+        ++steps;
+    }
+    client.join();
+    gesture->stopPlayback();
+    wrapper->setCurrentRangePosition(0.5, 0, false);
+    scope_.advance(milliseconds(600));
+
+    EXPECT_LE(mostGlides.load(), 1u);
+    EXPECT_EQ(container->currentRangePosition(), std::vector<double>{0.5});
+    EXPECT_EQ(wrapper->midiAxis().front()->currentRangePosition(), 0.5);
+    EXPECT_TRUE(container->sequences().empty());
+    EXPECT_TRUE(HVSequenceManager::sharedInstance()->playingSequences().empty());
+    EXPECT_TRUE(HVSequenceManager::sharedInstance()->timerIsPaused());
 }
 
 TEST_F(FreshProcessTest, AStopWithATransitionTimeGlidesBeforeAnythingMadeTheScheduler) {
