@@ -9,6 +9,8 @@
 // latency from the client's write to the midi-out line (p50, p99, max, in microseconds), and
 // the resident set of havrel-central after start, before any client.
 
+#include "BenchSupport.hpp"
+#include "FrameWriting.hpp"
 #include "../tests/central/RangeCommandBuilders.hpp"
 #include "model/HVEncodedConfiguration.hpp"
 #include "platform/Log.hpp"
@@ -49,33 +51,15 @@ namespace {
 
 using namespace havrel;
 using Clock = std::chrono::steady_clock;
+using bench::frame;
+using bench::percentile;
+using bench::writeAll;
 
 struct Options {
     int clients = 1;
     double rate = 2400;
     double seconds = 10;
 };
-
-Bytes frame(std::uint32_t type, const Bytes& payload) {
-    TNFrameHeader header;
-    header.type = type;
-    header.payloadSize = static_cast<std::uint32_t>(payload.size());
-    const auto head = encodeFrameHeader(header);
-    Bytes bytes(head.size() + payload.size());
-    std::copy(head.begin(), head.end(), bytes.begin());
-    std::copy(payload.begin(), payload.end(), bytes.begin() + static_cast<std::ptrdiff_t>(head.size()));
-    return bytes;
-}
-
-bool writeAll(int fd, const Bytes& bytes) {
-    std::size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t n = ::send(fd, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
-        if (n <= 0) return false;
-        done += static_cast<std::size_t>(n);
-    }
-    return true;
-}
 
 int listenOnLoopback(std::uint16_t& port) {
     const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -125,11 +109,6 @@ std::size_t residentKilobytes(pid_t pid) {
         if (line.starts_with("VmRSS:")) return std::strtoul(line.c_str() + 6, nullptr, 10);
     }
     return 0;
-}
-
-double percentile(std::vector<double>& values, double p) {
-    if (values.empty()) return 0;
-    return values[static_cast<std::size_t>(p * static_cast<double>(values.size() - 1))];
 }
 
 }  // namespace

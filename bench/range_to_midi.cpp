@@ -6,6 +6,7 @@
 // didReceiveRangeData to the receiver's callback (p50 and p99 in microseconds).
 // BM_RangeCommandBurst sends 64 commands back to back and waits for all of them: messages a
 // second when the path is kept full. Log lines are formatted and discarded.
+#include "BenchSupport.hpp"
 #include "../tests/central/RangeCommandBuilders.hpp"
 #include "MIDIIO/MIDIManager.hpp"
 #include "backends/midi_loopback/LoopbackMIDIServer.hpp"
@@ -34,14 +35,9 @@ namespace {
 using namespace havrel;
 using Clock = std::chrono::steady_clock;
 
-class DiscardingSink final : public LogSink {
-public:
-    void write(std::string_view line) override { benchmark::DoNotOptimize(line.data()); }
-};
-
 // Everything from the dispatch to the listening application, built once per benchmark.
 struct Path {
-    std::shared_ptr<LogSink> previousSink = setLogSink(std::make_shared<DiscardingSink>());
+    std::shared_ptr<LogSink> previousSink = setLogSink(std::make_shared<bench::DiscardingSink>());
     std::filesystem::path folder;
     std::shared_ptr<MIDIIO::LoopbackMIDIServer> server;
     std::shared_ptr<HVMIDIManager> midi;
@@ -123,11 +119,8 @@ void BM_RangeCommandToReceiver(benchmark::State& state) {
         latencies.push_back(std::chrono::duration<double, std::micro>(arrival - start).count());
     }
     std::sort(latencies.begin(), latencies.end());
-    auto percentile = [&](double p) {
-        return latencies.empty() ? 0.0 : latencies[static_cast<std::size_t>(p * static_cast<double>(latencies.size() - 1))];
-    };
-    state.counters["p50_us"] = percentile(0.50);
-    state.counters["p99_us"] = percentile(0.99);
+    state.counters["p50_us"] = bench::percentile(latencies, 0.50);
+    state.counters["p99_us"] = bench::percentile(latencies, 0.99);
     state.counters["max_us"] = latencies.empty() ? 0.0 : latencies.back();
     state.counters["messages/s"] = benchmark::Counter(static_cast<double>(sent), benchmark::Counter::kIsRate);
 }

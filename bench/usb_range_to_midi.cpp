@@ -7,6 +7,8 @@
 // device's socket to the receiver's callback (p50, p99, max in microseconds), 100,000 frames.
 // The main queue runs on the benchmark's thread, as the host's main thread would run it. Log
 // lines are formatted and discarded.
+#include "BenchSupport.hpp"
+#include "FrameWriting.hpp"
 #include "../tests/central/RangeCommandBuilders.hpp"
 #include "MIDIIO/MIDIManager.hpp"
 #include "backends/midi_loopback/LoopbackMIDIServer.hpp"
@@ -45,38 +47,18 @@ namespace {
 
 using namespace havrel;
 using Clock = std::chrono::steady_clock;
-
-class DiscardingSink final : public LogSink {
-public:
-    void write(std::string_view line) override { benchmark::DoNotOptimize(line.data()); }
-};
-
-Bytes frame(std::uint32_t type, const Bytes& payload) {
-    TNFrameHeader header;
-    header.type = type;
-    header.payloadSize = static_cast<std::uint32_t>(payload.size());
-    const auto head = encodeFrameHeader(header);
-    Bytes bytes(head.size() + payload.size());
-    std::copy(head.begin(), head.end(), bytes.begin());
-    std::copy(payload.begin(), payload.end(), bytes.begin() + static_cast<std::ptrdiff_t>(head.size()));
-    return bytes;
-}
+using bench::frame;
 
 void writeAll(int fd, const Bytes& bytes) {
-    std::size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t n = ::send(fd, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
-        if (n <= 0) {
-            throw std::runtime_error("write to the Central failed");
-        }
-        done += static_cast<std::size_t>(n);
+    if (!bench::writeAll(fd, bytes)) {
+        throw std::runtime_error("write to the Central failed");
     }
 }
 
 // The Central, its MIDI output and a listening application; the client device is a plain
 // socket the Central connects to on the local path.
 struct Path {
-    std::shared_ptr<LogSink> previousSink = setLogSink(std::make_shared<DiscardingSink>());
+    std::shared_ptr<LogSink> previousSink = setLogSink(std::make_shared<bench::DiscardingSink>());
     std::filesystem::path folder;
     std::shared_ptr<MIDIIO::LoopbackMIDIServer> server;
     std::shared_ptr<MIDIIO::MIDIManager> listener;
@@ -196,11 +178,8 @@ void BM_Frame108ToReceiver(benchmark::State& state) {
         latencies.push_back(std::chrono::duration<double, std::micro>(arrival - start).count());
     }
     std::sort(latencies.begin(), latencies.end());
-    auto percentile = [&](double p) {
-        return latencies.empty() ? 0.0 : latencies[static_cast<std::size_t>(p * static_cast<double>(latencies.size() - 1))];
-    };
-    state.counters["p50_us"] = percentile(0.50);
-    state.counters["p99_us"] = percentile(0.99);
+    state.counters["p50_us"] = bench::percentile(latencies, 0.50);
+    state.counters["p99_us"] = bench::percentile(latencies, 0.99);
     state.counters["max_us"] = latencies.empty() ? 0.0 : latencies.back();
     state.counters["frames/s"] = benchmark::Counter(static_cast<double>(sent), benchmark::Counter::kIsRate);
 }

@@ -1093,24 +1093,9 @@ OSStatus AlsaMIDIServer::objectGetProperties(MIDIObjectRef object, nlohmann::jso
 
 // --- The network session: not a sequencer matter, kept as set. ---
 
-bool AlsaMIDIServer::networkSessionEnabled() {
-    std::lock_guard lock(mutex_);
-    return networkEnabled_;
-}
-
-void AlsaMIDIServer::setNetworkSessionEnabled(bool enabled) {
-    std::lock_guard lock(mutex_);
-    networkEnabled_ = enabled;
-}
-
-std::uint32_t AlsaMIDIServer::networkSessionConnectionPolicy() {
-    std::lock_guard lock(mutex_);
-    return networkPolicy_;
-}
-
-void AlsaMIDIServer::setNetworkSessionConnectionPolicy(std::uint32_t policy) {
-    std::lock_guard lock(mutex_);
-    networkPolicy_ = policy;
-}
+bool AlsaMIDIServer::networkSessionEnabled() { return networkSession_.enabled(); }
+void AlsaMIDIServer::setNetworkSessionEnabled(bool enabled) { networkSession_.setEnabled(enabled); }
+std::uint32_t AlsaMIDIServer::networkSessionConnectionPolicy() { return networkSession_.connectionPolicy(); }
+void AlsaMIDIServer::setNetworkSessionConnectionPolicy(std::uint32_t policy) { networkSession_.setConnectionPolicy(policy); }
 
 }  // namespace MIDIIO

@@ -26,6 +26,7 @@
 // that cannot be opened, or that fails while running, gives one log line; from then on the
 // operations answer with an error status.
 
+#include "MIDIIO/MIDINetworkSessionSettings.hpp"
 #include "MIDIIO/MIDIPlatform.hpp"
 #include "backends/midi_alsa/AlsaTranslator.hpp"
 
@@ -218,8 +219,7 @@ private:
     std::vector<Notify> notifies_;
     std::map<int, OwnPort> ownPorts_;
     std::map<Address, KnownPort> known_;
-    bool networkEnabled_ = false;
-    std::uint32_t networkPolicy_ = 0;
+    MIDINetworkSessionSettings networkSession_;
 
     // Sending: the sequencer's output and the translators of the sending streams.
     std::mutex sendMutex_;

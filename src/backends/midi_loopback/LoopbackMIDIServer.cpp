@@ -920,24 +920,9 @@ OSStatus LoopbackMIDIServer::objectGetProperties(MIDIObjectRef object, nlohmann:
 
 // --- Network session. ---
 
-bool LoopbackMIDIServer::networkSessionEnabled() {
-    std::lock_guard lock(mutex_);
-    return networkEnabled_;
-}
-
-void LoopbackMIDIServer::setNetworkSessionEnabled(bool enabled) {
-    std::lock_guard lock(mutex_);
-    networkEnabled_ = enabled;
-}
-
-std::uint32_t LoopbackMIDIServer::networkSessionConnectionPolicy() {
-    std::lock_guard lock(mutex_);
-    return networkPolicy_;
-}
-
-void LoopbackMIDIServer::setNetworkSessionConnectionPolicy(std::uint32_t policy) {
-    std::lock_guard lock(mutex_);
-    networkPolicy_ = policy;
-}
+bool LoopbackMIDIServer::networkSessionEnabled() { return networkSession_.enabled(); }
+void LoopbackMIDIServer::setNetworkSessionEnabled(bool enabled) { networkSession_.setEnabled(enabled); }
+std::uint32_t LoopbackMIDIServer::networkSessionConnectionPolicy() { return networkSession_.connectionPolicy(); }
+void LoopbackMIDIServer::setNetworkSessionConnectionPolicy(std::uint32_t policy) { networkSession_.setConnectionPolicy(policy); }
 
 }  // namespace MIDIIO

@@ -10,6 +10,7 @@
 // Callbacks (notifications and data) run in order on the server's own serial queue, never on the
 // caller's thread, and without the server's lock held, so they may call the server.
 
+#include "MIDIIO/MIDINetworkSessionSettings.hpp"
 #include "MIDIIO/MIDIPlatform.hpp"
 #include "backends/midi_loopback/LoopbackTranslator.hpp"
 #include "MIDIInternals/DispatchQueue.hpp"
@@ -211,8 +212,7 @@ private:
     std::map<MIDIClientRef, Client> clients_;
     std::map<MIDIPortRef, Port> ports_;
     std::map<MIDIThruConnectionRef, Thru> thrus_;
-    bool networkEnabled_ = false;
-    std::uint32_t networkPolicy_ = 0;
+    MIDINetworkSessionSettings networkSession_;
     // Translation state (running status, SysEx in progress) by stream, used on the queue only.
     std::map<MIDIObjectRef, LoopbackTranslator> translators_;
 };
