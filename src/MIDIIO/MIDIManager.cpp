@@ -113,7 +113,12 @@ void MIDIManager::updateObjectCache() {
     endpoints.updateCachedProperties(ownedInputIDs(), ownedOutputIDs());
     devices_.setWrappedValue(devices);
     endpoints_.setWrappedValue(endpoints);
-    midiObjectCache_.setWrappedValue(MIDIObjectCache(devices, endpoints));
+    MIDIObjectCache cache(devices, endpoints);
+    auto before = midiObjectCache_.wrappedValue();
+    midiObjectCache_.setWrappedValue(cache);
+    // Bounded, for systems that drop objects without reporting it.
+    constexpr std::size_t kDepartedLimit = 256;
+    departedObjects_.modify([&](MIDIObjectCache& departed) { departed.keepDeparted(before, cache, kDepartedLimit); });
     for (const auto& monitor : monitorsNow()) {
         if (monitor.devices) {
             monitor.devices(devices);
@@ -135,14 +140,25 @@ void MIDIManager::handle(const MIDINotificationMessage& message) {
         if (!self) {
             return;
         }
-        // Removed objects are described as they were before the update.
+        using I = MIDIIOInternalNotification;
+        // Removed objects are described as they were before the update, or, when an earlier
+        // update already found them gone, as they were then.
         auto oldCache = self->midiObjectCache();
         if (internal.updatesCache()) {
             self->updateObjectCache();
         }
+        const auto* removed = internal.get<I::Removed>();
+        if (removed) {
+            auto departed = self->departedObjects_.wrappedValue();
+            oldCache.devices.insert(oldCache.devices.end(), departed.devices.begin(), departed.devices.end());
+            oldCache.inputEndpoints.insert(oldCache.inputEndpoints.end(), departed.inputEndpoints.begin(),
+                                           departed.inputEndpoints.end());
+            oldCache.outputEndpoints.insert(oldCache.outputEndpoints.end(), departed.outputEndpoints.begin(),
+                                            departed.outputEndpoints.end());
+            self->departedObjects_.modify([&](MIDIObjectCache& objects) { objects.forget(removed->childRef); });
+        }
         auto notification = MIDIIONotification::from(internal, oldCache, self->platform_);
 
-        using I = MIDIIOInternalNotification;
         bool setupMoved = internal.get<I::Added>() || internal.get<I::Removed>() || internal.get<I::SetupChanged>();
         if (setupMoved) {
             for (const auto& [tag, connection] : self->managedOutputConnections()) {

@@ -195,6 +195,10 @@ private:
     std::map<std::uint64_t, Monitor> monitors_;
     std::uint64_t nextMonitorID_ = 1;
     MIDIInternals::PThreadMutex<MIDIObjectCache> midiObjectCache_;
+    // Objects a cache update found gone whose removal has not been reported yet: the system may
+    // drop an object before the notifications queued ahead of its removal are handled, and each
+    // of those updates the cache.
+    MIDIInternals::PThreadMutex<MIDIObjectCache> departedObjects_;
 };
 
 }  // namespace MIDIIO

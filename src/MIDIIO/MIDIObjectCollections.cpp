@@ -65,4 +65,38 @@ std::optional<AnyMIDIIOObject> MIDIObjectCache::object(MIDIObjectRef ref, MIDIOb
     return std::nullopt;
 }
 
+namespace {
+template <class O>
+bool holds(const std::vector<O>& list, MIDIObjectRef ref) {
+    return std::any_of(list.begin(), list.end(), [ref](const O& o) { return o.coreMIDIObjectRef == ref; });
+}
+
+template <class O>
+void keepDepartedOf(std::vector<O>& departed, const std::vector<O>& before, const std::vector<O>& now,
+                    std::size_t limit) {
+    std::erase_if(departed, [&](const O& o) { return holds(now, o.coreMIDIObjectRef); });
+    for (const auto& o : before) {
+        if (!holds(now, o.coreMIDIObjectRef) && !holds(departed, o.coreMIDIObjectRef)) {
+            departed.push_back(o);
+        }
+    }
+    if (departed.size() > limit) {
+        departed.erase(departed.begin(), departed.end() - static_cast<std::ptrdiff_t>(limit));
+    }
+}
+}  // namespace
+
+void MIDIObjectCache::keepDeparted(const MIDIObjectCache& before, const MIDIObjectCache& now, std::size_t limit) {
+    keepDepartedOf(devices, before.devices, now.devices, limit);
+    keepDepartedOf(inputEndpoints, before.inputEndpoints, now.inputEndpoints, limit);
+    keepDepartedOf(outputEndpoints, before.outputEndpoints, now.outputEndpoints, limit);
+}
+
+void MIDIObjectCache::forget(MIDIObjectRef ref) {
+    auto same = [ref](const auto& o) { return o.coreMIDIObjectRef == ref; };
+    std::erase_if(devices, same);
+    std::erase_if(inputEndpoints, same);
+    std::erase_if(outputEndpoints, same);
+}
+
 }  // namespace MIDIIO

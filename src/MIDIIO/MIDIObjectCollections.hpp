@@ -47,6 +47,13 @@ struct MIDIObjectCache {
     // The cached object of a reference, looked up by kind; entities are found within the
     // cached devices.
     std::optional<AnyMIDIIOObject> object(MIDIObjectRef ref, MIDIObjectType type) const;
+
+    // As a record of objects gone from the system: takes in those of `before` that `now` no
+    // longer has, lets go of those `now` has again (a reference given to a new object), and keeps
+    // at most `limit` of each kind, the newest.
+    void keepDeparted(const MIDIObjectCache& before, const MIDIObjectCache& now, std::size_t limit);
+    // Lets go of the objects of this reference.
+    void forget(MIDIObjectRef ref);
 };
 
 }  // namespace MIDIIO

@@ -6,6 +6,9 @@
 #include "MIDIInternals/InMemoryKeyValueStore.hpp"
 
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
 #include <string>
 #include <thread>
 
@@ -159,6 +162,69 @@ TEST_F(LoopbackTest, DevicesAndEndpointsOfTheHardwareSideAndTheirNotifications) 
     EXPECT_GE(deviceCounts.size(), 2u);
     EXPECT_EQ(deviceCounts.front(), 0u);  // the stream starts with the present state
     EXPECT_NE(source, 0u);
+}
+
+// A cache update queued ahead of a removal runs after the object is already gone from the
+// system (the system does not wait for the manager): the removal is still reported, with the
+// object as it was.
+TEST_F(LoopbackTest, ARemovalIsReportedWhenAnEarlierUpdateAlreadyFoundTheObjectGone) {
+    std::mutex mutex;
+    std::vector<std::string> notifications;
+    auto manager = startedManager("App", [&](const MIDIIONotification& notification) {
+        std::lock_guard lock(mutex);
+        notifications.push_back(notification.description());
+    });
+    auto device = server->addDevice("Synth", "Maker");
+    auto entity = server->addEntity(device, "Port 1");
+    auto source = server->addSource(entity, "Out");
+    ASSERT_TRUE(delivered([&] { return manager->endpoints().outputs.size() == 1; }));
+
+    // The next cache update holds the management queue until the source has gone.
+    std::condition_variable changed;
+    bool armed = false;
+    bool holding = false;
+    bool released = false;
+    auto subscription = manager->devicesStream([&](const MIDIDevices&) {
+        std::unique_lock lock(mutex);
+        if (!armed) {
+            return;
+        }
+        armed = false;
+        holding = true;
+        changed.notify_all();
+        changed.wait_for(lock, std::chrono::seconds(30), [&] { return released; });
+    });
+    {
+        std::lock_guard lock(mutex);
+        armed = true;  // after the stream's first, immediate call
+    }
+    server->objectSetStringProperty(device, "driver", "com.example.one");
+    {
+        std::unique_lock lock(mutex);
+        ASSERT_TRUE(changed.wait_for(lock, std::chrono::seconds(30), [&] { return holding; }));
+    }
+    // Queued behind the held update: a second update, then the removal.
+    server->objectSetStringProperty(device, "driver", "com.example.two");
+    server->removeObject(source);
+    {
+        std::lock_guard lock(mutex);
+        released = true;
+        changed.notify_all();
+    }
+    auto noticed = [&](const std::string& prefix) {
+        std::lock_guard lock(mutex);
+        return std::any_of(notifications.begin(), notifications.end(),
+                           [&](const std::string& text) { return text.starts_with(prefix); });
+    };
+    EXPECT_TRUE(delivered([&] { return manager->endpoints().outputs.empty(); }));
+    EXPECT_TRUE(noticed("removed(object: MIDIOutputEndpoint(name: \"Out\"")) << [&] {
+        std::lock_guard lock(mutex);
+        std::string all;
+        for (const auto& text : notifications) {
+            all += text + "\n";
+        }
+        return all;
+    }();
 }
 
 // The system changes on a thread of its own (sources appear, go offline, go away) while readers

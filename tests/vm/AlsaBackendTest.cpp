@@ -218,7 +218,7 @@ TEST_F(AlsaBackendTest, VirtualInputIsADestinationAndReceivesThePeersNotes) {
         << inbox_.events[0].description();
 }
 
-TEST_F(AlsaBackendTest, APortOfAnotherClientIsAnnouncedWhenItComes) {
+TEST_F(AlsaBackendTest, APortOfAnotherClientIsAnnouncedWhenItComesAndWhenItGoes) {
     int port = snd_seq_create_simple_port(seq_, "peer hot plug", SND_SEQ_PORT_CAP_READ | SND_SEQ_PORT_CAP_SUBS_READ,
                                           SND_SEQ_PORT_TYPE_MIDI_GENERIC | SND_SEQ_PORT_TYPE_APPLICATION);
     ASSERT_GE(port, 0);
@@ -226,7 +226,13 @@ TEST_F(AlsaBackendTest, APortOfAnotherClientIsAnnouncedWhenItComes) {
         return std::any_of(list.begin(), list.end(),
                            [](const std::string& text) { return text.find("peer hot plug") != std::string::npos; });
     };
-    EXPECT_TRUE(inbox_.waitFor([&](Inbox& inbox) { return mentions(inbox.added); })) << "no added notification";
+    ASSERT_TRUE(inbox_.waitFor([&](Inbox& inbox) { return mentions(inbox.added); })) << "no added notification";
+    {
+        std::lock_guard lock(inbox_.mutex);
+        EXPECT_FALSE(mentions(inbox_.removed)) << "removed before the port went";
+    }
+    ASSERT_GE(snd_seq_delete_simple_port(seq_, port), 0);
+    EXPECT_TRUE(inbox_.waitFor([&](Inbox& inbox) { return mentions(inbox.removed); })) << "no removed notification";
 }
 
 TEST(AlsaBackendOpenTest, ASequencerThatCannotBeOpenedLogsOnceAndAnswersWithAnError) {
