@@ -11,28 +11,11 @@
 #include <cerrno>
 #include <cstring>
 
+#include "MIDIIO/MIDIPlatformStatus.hpp"
+
 namespace MIDIIO {
 
 namespace {
-// The system's status numbers, as this backend answers them.
-constexpr OSStatus kMIDIInvalidClient = -10830;
-constexpr OSStatus kMIDIInvalidPort = -10831;
-constexpr OSStatus kMIDIWrongEndpointType = -10832;
-constexpr OSStatus kMIDINoConnection = -10833;
-constexpr OSStatus kMIDIUnknownEndpoint = -10834;
-constexpr OSStatus kMIDIUnknownProperty = -10835;
-constexpr OSStatus kMIDIWrongPropertyType = -10836;
-constexpr OSStatus kMIDIMsgSendErr = -10838;
-constexpr OSStatus kMIDIServerStartErr = -10839;
-constexpr OSStatus kMIDIObjectNotFound = -10842;
-constexpr OSStatus kMIDIIDNotUnique = -10843;
-constexpr OSStatus kMIDINotPermitted = -10844;
-
-const std::string kName = "name";
-const std::string kUniqueID = "uniqueID";
-const std::string kDisplayName = "displayName";
-const std::string kOffline = "offline";
-const std::string kProtocol = "protocol";
 
 constexpr unsigned int kPortType =
     SND_SEQ_PORT_TYPE_MIDI_GENERIC | SND_SEQ_PORT_TYPE_SOFTWARE | SND_SEQ_PORT_TYPE_APPLICATION;
@@ -738,7 +721,7 @@ void AlsaMIDIServer::handleAnnouncement(const snd_seq_event& event) {
             break;
         case SND_SEQ_EVENT_CLIENT_CHANGE:
             if (!own) {
-                messages.push_back(propertyMessage(makeRef(Kind::device, address.first), MIDIObjectType::device, kName));
+                messages.push_back(propertyMessage(makeRef(Kind::device, address.first), MIDIObjectType::device, kMIDIPropertyName));
             }
             break;
         case SND_SEQ_EVENT_PORT_START: {
@@ -782,11 +765,11 @@ void AlsaMIDIServer::handleAnnouncement(const snd_seq_event& event) {
                 endpointMessages(ID::objectRemoved, removed);
                 if (port.source) {
                     messages.push_back(propertyMessage(makeRef(Kind::source, address.first, address.second),
-                                                       MIDIObjectType::source, kName));
+                                                       MIDIObjectType::source, kMIDIPropertyName));
                 }
                 if (port.destination) {
                     messages.push_back(propertyMessage(makeRef(Kind::destination, address.first, address.second),
-                                                       MIDIObjectType::destination, kName));
+                                                       MIDIObjectType::destination, kMIDIPropertyName));
                 }
             }
             break;
@@ -873,33 +856,29 @@ MIDIEntityRef AlsaMIDIServer::deviceGetEntity(MIDIDeviceRef device, ItemCount in
     return makeRef(Kind::entity, addressOf(device)->first);
 }
 
-ItemCount AlsaMIDIServer::entityGetNumberOfSources(MIDIEntityRef entity) {
+std::vector<MIDIEndpointRef> AlsaMIDIServer::entityEndpoints(MIDIEntityRef entity, Kind kind) const {
+    // Our own ports are virtual endpoints, under no entity.
     if (kindOf(entity) != Kind::entity || addressOf(entity)->first == self_) {
-        return 0;
+        return {};
     }
-    return endpointsOf(addressOf(entity)->first, Kind::source).size();
+    return endpointsOf(addressOf(entity)->first, kind);
+}
+
+ItemCount AlsaMIDIServer::entityGetNumberOfSources(MIDIEntityRef entity) {
+    return entityEndpoints(entity, Kind::source).size();
 }
 
 MIDIEndpointRef AlsaMIDIServer::entityGetSource(MIDIEntityRef entity, ItemCount index) {
-    if (kindOf(entity) != Kind::entity || addressOf(entity)->first == self_) {
-        return 0;
-    }
-    auto endpoints = endpointsOf(addressOf(entity)->first, Kind::source);
+    const auto endpoints = entityEndpoints(entity, Kind::source);
     return index < endpoints.size() ? endpoints[index] : 0;
 }
 
 ItemCount AlsaMIDIServer::entityGetNumberOfDestinations(MIDIEntityRef entity) {
-    if (kindOf(entity) != Kind::entity || addressOf(entity)->first == self_) {
-        return 0;
-    }
-    return endpointsOf(addressOf(entity)->first, Kind::destination).size();
+    return entityEndpoints(entity, Kind::destination).size();
 }
 
 MIDIEndpointRef AlsaMIDIServer::entityGetDestination(MIDIEntityRef entity, ItemCount index) {
-    if (kindOf(entity) != Kind::entity || addressOf(entity)->first == self_) {
-        return 0;
-    }
-    auto endpoints = endpointsOf(addressOf(entity)->first, Kind::destination);
+    const auto endpoints = entityEndpoints(entity, Kind::destination);
     return index < endpoints.size() ? endpoints[index] : 0;
 }
 
@@ -959,21 +938,21 @@ OSStatus AlsaMIDIServer::objectGetIntegerProperty(MIDIObjectRef object, const st
     auto kind = kindOf(object);
     if (!identity) {
         // An endpoint whose port has gone is offline; other objects are simply not there.
-        if (key == kOffline && (kind == Kind::source || kind == Kind::destination)) {
+        if (key == kMIDIPropertyOffline && (kind == Kind::source || kind == Kind::destination)) {
             *outValue = 1;
             return noErr;
         }
         return kMIDIObjectNotFound;
     }
-    if (key == kUniqueID) {
+    if (key == kMIDIPropertyUniqueID) {
         *outValue = identity->uniqueID;
         return noErr;
     }
-    if (key == kOffline) {
+    if (key == kMIDIPropertyOffline) {
         *outValue = 0;
         return noErr;
     }
-    if (key == kProtocol && addressOf(object)->first == self_) {
+    if (key == kMIDIPropertyProtocol && addressOf(object)->first == self_) {
         std::lock_guard lock(mutex_);
         const auto& own = ownPorts_.at(addressOf(object)->second);
         if (own.protocol) {
@@ -981,7 +960,7 @@ OSStatus AlsaMIDIServer::objectGetIntegerProperty(MIDIObjectRef object, const st
             return noErr;
         }
     }
-    if (key == kName || key == kDisplayName) {
+    if (key == kMIDIPropertyName || key == kMIDIPropertyDisplayName) {
         return kMIDIWrongPropertyType;
     }
     return kMIDIUnknownProperty;
@@ -992,7 +971,7 @@ OSStatus AlsaMIDIServer::objectSetIntegerProperty(MIDIObjectRef object, const st
     if (!identityOf(object)) {
         return kMIDIObjectNotFound;
     }
-    if (address->first != self_ || key != kUniqueID) {
+    if (address->first != self_ || key != kMIDIPropertyUniqueID) {
         return kMIDINotPermitted;  // the sequencer keeps no other properties
     }
     MIDIObjectRef holder = 0;
@@ -1014,15 +993,15 @@ OSStatus AlsaMIDIServer::objectGetStringProperty(MIDIObjectRef object, const std
     if (!identity) {
         return kMIDIObjectNotFound;
     }
-    if (key == kName) {
+    if (key == kMIDIPropertyName) {
         *outValue = identity->name;
         return noErr;
     }
-    if (key == kDisplayName) {
+    if (key == kMIDIPropertyDisplayName) {
         *outValue = identity->displayName;
         return noErr;
     }
-    if (key == kUniqueID || key == kOffline) {
+    if (key == kMIDIPropertyUniqueID || key == kMIDIPropertyOffline) {
         return kMIDIWrongPropertyType;
     }
     return kMIDIUnknownProperty;
@@ -1034,7 +1013,7 @@ OSStatus AlsaMIDIServer::objectSetStringProperty(MIDIObjectRef object, const std
     if (!identityOf(object)) {
         return kMIDIObjectNotFound;
     }
-    if (address->first != self_ || key != kName) {
+    if (address->first != self_ || key != kMIDIPropertyName) {
         return kMIDINotPermitted;
     }
     std::lock_guard lock(mutex_);
@@ -1060,11 +1039,11 @@ OSStatus AlsaMIDIServer::objectGetProperties(MIDIObjectRef object, nlohmann::jso
     if (!identity) {
         return kMIDIObjectNotFound;
     }
-    nlohmann::json result = {{kName, identity->name}, {kDisplayName, identity->displayName},
-                             {kUniqueID, identity->uniqueID}};
+    nlohmann::json result = {{kMIDIPropertyName, identity->name}, {kMIDIPropertyDisplayName, identity->displayName},
+                             {kMIDIPropertyUniqueID, identity->uniqueID}};
     auto kind = kindOf(object);
     if (kind == Kind::source || kind == Kind::destination) {
-        result[kOffline] = 0;
+        result[kMIDIPropertyOffline] = 0;
     }
     if (deep && (kind == Kind::device || kind == Kind::entity)) {
         auto children = [&](auto count, auto at, MIDIObjectRef parent) {

@@ -174,6 +174,8 @@ private:
     std::optional<std::string> clientName(int client) const;
     std::optional<PortView> portView(Address address) const;
     std::vector<MIDIEndpointRef> endpointsOf(int client, Kind kind) const;
+    // The endpoints of a kind under an entity of another client; none for anything else.
+    std::vector<MIDIEndpointRef> entityEndpoints(MIDIEntityRef entity, Kind kind) const;
     std::vector<MIDIEndpointRef> allEndpoints(Kind kind);
     std::vector<MIDIObjectRef> allObjects();
 

@@ -7,27 +7,11 @@
 
 #include <algorithm>
 
+#include "MIDIIO/MIDIPlatformStatus.hpp"
+
 namespace MIDIIO {
 
 namespace {
-// The system's status numbers, as the server answers them.
-constexpr OSStatus kMIDIInvalidClient = -10830;
-constexpr OSStatus kMIDIInvalidPort = -10831;
-constexpr OSStatus kMIDIWrongEndpointType = -10832;
-constexpr OSStatus kMIDINoConnection = -10833;
-constexpr OSStatus kMIDIUnknownEndpoint = -10834;
-constexpr OSStatus kMIDIUnknownProperty = -10835;
-constexpr OSStatus kMIDIWrongPropertyType = -10836;
-constexpr OSStatus kMIDIObjectNotFound = -10842;
-constexpr OSStatus kMIDIIDNotUnique = -10843;
-constexpr OSStatus kMIDINotPermitted = -10844;
-
-const std::string kName = "name";
-const std::string kUniqueID = "uniqueID";
-const std::string kDisplayName = "displayName";
-const std::string kOffline = "offline";
-const std::string kPrivate = "private";
-const std::string kProtocol = "protocol";
 
 bool isEndpointType(MIDIObjectType type) {
     return type == MIDIObjectType::source || type == MIDIObjectType::destination;
@@ -47,7 +31,7 @@ MIDIObjectRef LoopbackMIDIServer::nextRef() { return ++lastRef_; }
 
 bool LoopbackMIDIServer::isUniqueIDTaken(MIDIUniqueID id) const {
     for (const auto& [ref, object] : objects_) {
-        auto it = object.properties.find(kUniqueID);
+        auto it = object.properties.find(kMIDIPropertyUniqueID);
         if (it != object.properties.end() && std::get_if<std::int32_t>(&it->second) &&
             std::get<std::int32_t>(it->second) == id) {
             return true;
@@ -79,7 +63,7 @@ const LoopbackMIDIServer::Object* LoopbackMIDIServer::find(MIDIObjectRef ref) co
 // Entities and endpoints take what they do not set from their parent, except their own names
 // and identity.
 const LoopbackMIDIServer::Property* LoopbackMIDIServer::findProperty(MIDIObjectRef ref, const std::string& key) const {
-    bool inherits = key != kName && key != kUniqueID && key != kDisplayName && key != kPrivate;
+    bool inherits = key != kMIDIPropertyName && key != kMIDIPropertyUniqueID && key != kMIDIPropertyDisplayName && key != kMIDIPropertyPrivate;
     for (const Object* object = find(ref); object != nullptr; object = inherits ? find(object->parent) : nullptr) {
         if (auto it = object->properties.find(key); it != object->properties.end()) {
             return &it->second;
@@ -89,7 +73,7 @@ const LoopbackMIDIServer::Property* LoopbackMIDIServer::findProperty(MIDIObjectR
 }
 
 bool LoopbackMIDIServer::isOnline(MIDIObjectRef endpoint) const {
-    const auto* offline = findProperty(endpoint, kOffline);
+    const auto* offline = findProperty(endpoint, kMIDIPropertyOffline);
     return offline == nullptr || std::get_if<std::int32_t>(offline) == nullptr || std::get<std::int32_t>(*offline) == 0;
 }
 
@@ -115,19 +99,19 @@ std::vector<MIDIEndpointRef> LoopbackMIDIServer::presentEndpoints(MIDIObjectType
 
 std::string LoopbackMIDIServer::displayNameOf(MIDIObjectRef ref) const {
     const auto* object = find(ref);
-    if (auto it = object->properties.find(kDisplayName); it != object->properties.end()) {
+    if (auto it = object->properties.find(kMIDIPropertyDisplayName); it != object->properties.end()) {
         if (const auto* text = std::get_if<std::string>(&it->second)) {
             return *text;
         }
     }
     std::string name;
-    if (auto it = object->properties.find(kName); it != object->properties.end() && std::get_if<std::string>(&it->second)) {
+    if (auto it = object->properties.find(kMIDIPropertyName); it != object->properties.end() && std::get_if<std::string>(&it->second)) {
         name = std::get<std::string>(it->second);
     }
     // A device's endpoint shows the device's name before its own, unless they are the same.
     if (isEndpointType(object->type) && object->parent != 0) {
         const auto* entity = find(object->parent);
-        const auto* deviceName = entity ? findProperty(entity->parent, kName) : nullptr;
+        const auto* deviceName = entity ? findProperty(entity->parent, kMIDIPropertyName) : nullptr;
         if (deviceName && std::get_if<std::string>(deviceName)) {
             const auto& prefix = std::get<std::string>(*deviceName);
             if (prefix != name) {
@@ -148,10 +132,10 @@ MIDIObjectRef LoopbackMIDIServer::addObject(MIDIObjectType type, MIDIObjectRef p
     object.parent = parent;
     object.owner = owner;
     object.receiver = std::move(receiver);
-    object.properties[kName] = name;
-    object.properties[kUniqueID] = freshUniqueID();
+    object.properties[kMIDIPropertyName] = name;
+    object.properties[kMIDIPropertyUniqueID] = freshUniqueID();
     if (isEndpointType(type) && owner != 0 && object.receiver.protocol) {
-        object.properties[kProtocol] = static_cast<std::int32_t>(*object.receiver.protocol);
+        object.properties[kMIDIPropertyProtocol] = static_cast<std::int32_t>(*object.receiver.protocol);
     }
     objects_.emplace(ref, std::move(object));
     return ref;
@@ -769,7 +753,7 @@ OSStatus LoopbackMIDIServer::objectFindByUniqueID(MIDIUniqueID uniqueID, MIDIObj
                                                   MIDIObjectType* outType) {
     std::lock_guard lock(mutex_);
     for (const auto& [ref, object] : objects_) {
-        auto it = object.properties.find(kUniqueID);
+        auto it = object.properties.find(kMIDIPropertyUniqueID);
         if (it != object.properties.end() && std::get_if<std::int32_t>(&it->second) &&
             std::get<std::int32_t>(it->second) == uniqueID) {
             *outObject = ref;
@@ -811,7 +795,7 @@ OSStatus LoopbackMIDIServer::objectGetStringProperty(MIDIObjectRef object, const
     if (find(object) == nullptr) {
         return kMIDIObjectNotFound;
     }
-    if (key == kDisplayName) {
+    if (key == kMIDIPropertyDisplayName) {
         *outValue = displayNameOf(object);
         return noErr;
     }
@@ -835,12 +819,12 @@ OSStatus LoopbackMIDIServer::setProperty(MIDIObjectRef ref, const std::string& k
         if (object == nullptr) {
             return kMIDIObjectNotFound;
         }
-        if (key == kUniqueID) {
+        if (key == kMIDIPropertyUniqueID) {
             const auto* id = std::get_if<std::int32_t>(&value);
             if (id == nullptr) {
                 return kMIDIWrongPropertyType;
             }
-            auto current = object->properties.find(kUniqueID);
+            auto current = object->properties.find(kMIDIPropertyUniqueID);
             bool same = current != object->properties.end() && std::get<std::int32_t>(current->second) == *id;
             if (!same && isUniqueIDTaken(*id)) {
                 return kMIDIIDNotUnique;
