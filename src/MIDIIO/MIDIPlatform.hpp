@@ -152,7 +152,9 @@ public:
     // System thru connections. An empty owner ID makes a connection that ends with its client.
     // Whether the backend routes thru connections itself; where not, the library routes them
     // through a port pair of its own.
-    virtual bool supportsThruConnections() const = 0;
+    // Whether the platform routes a thru connection with these parameters itself; where it does
+    // not, the library routes it through a port pair of its own.
+    virtual bool supportsThruConnections(const MIDIThruConnectionParams& params) const = 0;
     virtual OSStatus thruConnectionCreate(const std::string& persistentOwnerID, const MIDIThruConnectionParams& params,
                                           MIDIThruConnectionRef* outConnection) = 0;
     virtual OSStatus thruConnectionDispose(MIDIThruConnectionRef connection) = 0;

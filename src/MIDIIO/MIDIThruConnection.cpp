@@ -61,7 +61,8 @@ MIDIThruConnectionParams MIDIThruConnection::coreMIDIParams() const {
 }
 
 void MIDIThruConnection::create(MIDIManager& manager) {
-    bool systemThru = platform_->supportsThruConnections();
+    const MIDIThruConnectionParams params = coreMIDIParams();
+    bool systemThru = platform_->supportsThruConnections(params);
     if (lifecycle_.isPersistent() && !systemThru) {
         throw MIDIIOError::notSupported(
             "Persistent MIDI Thru Connections cannot be created on macOS 11 & 12 and iOS 14 & 15 due to a Core MIDI "
@@ -69,7 +70,7 @@ void MIDIThruConnection::create(MIDIManager& manager) {
     }
     if (systemThru) {
         MIDIThruConnectionRef ref = 0;
-        MIDIIOError::check(platform_->thruConnectionCreate(lifecycle_.ownerID.value_or(""), coreMIDIParams(), &ref));
+        MIDIIOError::check(platform_->thruConnectionCreate(lifecycle_.ownerID.value_or(""), params, &ref));
         coreMIDIThruConnectionRef_ = ref;
         return;
     }

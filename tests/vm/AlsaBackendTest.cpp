@@ -7,6 +7,7 @@
 #include "MIDIInternals/MainThread.hpp"
 #include "MIDIInternals/SerialQueueFactory.hpp"
 #include "backends/midi_alsa/AlsaMIDIBackend.hpp"
+#include "vm/SequencerPeer.hpp"
 
 #include <gtest/gtest.h>
 
@@ -16,6 +17,9 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <functional>
+#include <optional>
+#include <thread>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -27,8 +31,7 @@ using MIDICore::MIDIEvent;
 using MIDICore::UInt4;
 using MIDICore::UInt7;
 
-// Only a guard against a lost event hanging the run; delivery takes far less.
-constexpr int kGuardMilliseconds = 30000;
+constexpr int kGuardMilliseconds = SequencerPeer::kGuardMilliseconds;
 
 // What the library hands over on its threads, and the wait for it.
 struct Inbox {
@@ -67,17 +70,12 @@ protected:
                                                });
         manager_->start();
 
-        snd_seq_t* raw = nullptr;
-        ASSERT_GE(snd_seq_open(&raw, "default", SND_SEQ_OPEN_DUPLEX, 0), 0);
-        seq_ = raw;
-        ASSERT_GE(snd_seq_set_client_name(seq_, "havrel-peer"), 0);
-        self_ = snd_seq_client_id(seq_);
-        in_ = snd_seq_create_simple_port(seq_, "peer in", SND_SEQ_PORT_CAP_WRITE | SND_SEQ_PORT_CAP_SUBS_WRITE,
-                                         SND_SEQ_PORT_TYPE_MIDI_GENERIC | SND_SEQ_PORT_TYPE_APPLICATION);
-        out_ = snd_seq_create_simple_port(seq_, "peer out", SND_SEQ_PORT_CAP_READ | SND_SEQ_PORT_CAP_SUBS_READ,
-                                          SND_SEQ_PORT_TYPE_MIDI_GENERIC | SND_SEQ_PORT_TYPE_APPLICATION);
-        ASSERT_GE(in_, 0);
-        ASSERT_GE(out_, 0);
+        peer_.open("havrel-peer");
+        ASSERT_TRUE(peer_.ok());
+        seq_ = peer_.seq;
+        self_ = peer_.self;
+        in_ = peer_.in;
+        out_ = peer_.out;
     }
 
     void TearDown() override {
@@ -86,60 +84,29 @@ protected:
         }
         manager_.reset();
         server_.reset();
-        if (seq_) {
-            snd_seq_close(seq_);
-        }
         MIDIInternals::setMainQueue(nullptr);
     }
 
-    // The port of the library's sequencer client with this name, as the peer sees it: its
-    // number and capabilities; -1 when there is none.
+    // The port of the library's sequencer client with this name, as the peer sees it.
     std::pair<int, unsigned int> libraryPort(const std::string& name) {
-        snd_seq_port_info_t* info;
-        snd_seq_port_info_alloca(&info);
-        snd_seq_port_info_set_client(info, server_->sequencerClient());
-        snd_seq_port_info_set_port(info, -1);
-        while (snd_seq_query_next_port(seq_, info) >= 0) {
-            if (name == snd_seq_port_info_get_name(info)) {
-                return {snd_seq_port_info_get_port(info), snd_seq_port_info_get_capability(info)};
-            }
-        }
-        return {-1, 0};
+        return peer_.port(server_->sequencerClient(), name);
     }
 
-    // The next event at the peer that is not an announcement; nullptr when none came.
     snd_seq_event_t* nextEvent() {
-        for (;;) {
-            if (snd_seq_event_input_pending(seq_, 1) == 0) {
-                std::vector<pollfd> fds(static_cast<std::size_t>(snd_seq_poll_descriptors_count(seq_, POLLIN)));
-                snd_seq_poll_descriptors(seq_, fds.data(), static_cast<unsigned int>(fds.size()), POLLIN);
-                if (::poll(fds.data(), fds.size(), kGuardMilliseconds) <= 0) {
-                    ADD_FAILURE() << "no event arrived at the peer";
-                    return nullptr;
-                }
-            }
-            snd_seq_event_t* ev = nullptr;
-            if (snd_seq_event_input(seq_, &ev) < 0 || ev == nullptr) {
-                ADD_FAILURE() << "the peer could not read an event";
-                return nullptr;
-            }
-            if (ev->source.client != SND_SEQ_CLIENT_SYSTEM) {
-                return ev;
-            }
+        auto* ev = peer_.nextEvent();
+        if (ev == nullptr) {
+            ADD_FAILURE() << "no event arrived at the peer";
         }
+        return ev;
     }
 
-    void peerSend(snd_seq_event_t& ev, int destPort) {
-        snd_seq_ev_set_source(&ev, out_);
-        snd_seq_ev_set_dest(&ev, server_->sequencerClient(), destPort);
-        snd_seq_ev_set_direct(&ev);
-        ASSERT_GE(snd_seq_event_output_direct(seq_, &ev), 0);
-    }
+    void peerSend(snd_seq_event_t& ev, int destPort) { peer_.send(ev, server_->sequencerClient(), destPort); }
 
     std::shared_ptr<MIDIInternals::DispatchQueue> mainQueue_ = MIDIInternals::makeSerialQueue("main");
     std::shared_ptr<MIDIIO::AlsaMIDIServer> server_;
     std::shared_ptr<MIDIIO::MIDIManager> manager_;
     Inbox inbox_;
+    SequencerPeer peer_;
     snd_seq_t* seq_ = nullptr;
     int self_ = -1;
     int in_ = -1;
@@ -233,6 +200,76 @@ TEST_F(AlsaBackendTest, APortOfAnotherClientIsAnnouncedWhenItComesAndWhenItGoes)
     }
     ASSERT_GE(snd_seq_delete_simple_port(seq_, port), 0);
     EXPECT_TRUE(inbox_.waitFor([&](Inbox& inbox) { return mentions(inbox.removed); })) << "no removed notification";
+}
+
+// The endpoint of the peer with this name, once the library's caches know it.
+template <class Endpoint>
+std::optional<Endpoint> waitForEndpoint(const std::function<std::vector<Endpoint>()>& list, const std::string& name) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kGuardMilliseconds);
+    while (std::chrono::steady_clock::now() < deadline) {
+        for (const auto& endpoint : list()) {
+            if (endpoint.name == name) {
+                return endpoint;
+            }
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return std::nullopt;
+}
+
+TEST_F(AlsaBackendTest, ThruConnectionsAreSubscriptionsUnlessTheyFilter) {
+    auto source = waitForEndpoint<MIDIIO::MIDIOutputEndpoint>([this] { return manager_->endpoints().outputs; }, "peer out");
+    auto destination =
+        waitForEndpoint<MIDIIO::MIDIInputEndpoint>([this] { return manager_->endpoints().inputs; }, "peer in");
+    ASSERT_TRUE(source && destination);
+
+    snd_seq_port_subscribe_t* subscription;
+    snd_seq_port_subscribe_alloca(&subscription);
+    snd_seq_addr_t from{static_cast<unsigned char>(self_), static_cast<unsigned char>(out_)};
+    snd_seq_addr_t to{static_cast<unsigned char>(self_), static_cast<unsigned char>(in_)};
+    snd_seq_port_subscribe_set_sender(subscription, &from);
+    snd_seq_port_subscribe_set_dest(subscription, &to);
+    auto subscribed = [&] { return snd_seq_get_port_subscription(seq_, subscription) >= 0; };
+    auto sendFromPeer = [&](const snd_seq_event_t& ev) { peer_.send(ev); };
+    snd_seq_event_t note;
+    snd_seq_ev_clear(&note);
+    snd_seq_ev_set_noteon(&note, 2, 61, 70);
+
+    // Without filters the sequencer routes it: peer out -> peer in, without the library.
+    manager_->addThruConnection({*source}, {*destination}, "plain", MIDIIO::MIDIThruConnection::Lifecycle::nonPersistent());
+    EXPECT_TRUE(subscribed());
+    sendFromPeer(note);
+    auto* ev = nextEvent();
+    ASSERT_NE(ev, nullptr);
+    EXPECT_EQ(ev->type, SND_SEQ_EVENT_NOTEON);
+    EXPECT_EQ(ev->source.client, self_);
+    EXPECT_EQ(ev->dest.port, in_);
+    EXPECT_EQ(ev->data.note.note, 61);
+    manager_->remove(MIDIIO::ManagedType::nonPersistentThruConnection, MIDIIO::TagSelection::withTag("plain"));
+    EXPECT_FALSE(subscribed()) << "the subscription outlived its thru connection";
+
+    // With a filter the library routes it through a port pair of its own, which forwards what
+    // comes as it comes.
+    MIDIIO::MIDIThruConnection::Parameters noClock;
+    noClock.filterOutBeatClock = true;
+    manager_->addThruConnection({*source}, {*destination}, "filtered",
+                                MIDIIO::MIDIThruConnection::Lifecycle::nonPersistent(), noClock);
+    EXPECT_FALSE(subscribed());
+    sendFromPeer(note);
+    ev = nextEvent();
+    ASSERT_NE(ev, nullptr);
+    EXPECT_EQ(ev->type, SND_SEQ_EVENT_NOTEON);
+    EXPECT_EQ(ev->source.client, server_->sequencerClient()) << "not routed through the library";
+    manager_->remove(MIDIIO::ManagedType::nonPersistentThruConnection, MIDIIO::TagSelection::withTag("filtered"));
+
+    // A persistent one outlives the core; one without an owner ends with it.
+    manager_->addThruConnection({*source}, {*destination}, "kept", MIDIIO::MIDIThruConnection::Lifecycle::persistent("havrel.test"));
+    ASSERT_TRUE(subscribed());
+    EXPECT_EQ(manager_->unmanagedPersistentThruConnections("havrel.test").size(), 1u);
+    manager_.reset();
+    server_.reset();
+    EXPECT_TRUE(subscribed()) << "a persistent thru connection ended with the core";
+    ASSERT_GE(snd_seq_unsubscribe_port(seq_, subscription), 0);
 }
 
 TEST(AlsaBackendOpenTest, ASequencerThatCannotBeOpenedLogsOnceAndAnswersWithAnError) {

@@ -58,7 +58,7 @@ MIDIObjectRef AlsaMIDIServer::makeRef(Kind kind, int client, int port) {
 
 std::optional<AlsaMIDIServer::Kind> AlsaMIDIServer::kindOf(MIDIObjectRef ref) {
     auto kind = ref >> 24;
-    if (kind < static_cast<std::uint32_t>(Kind::device) || kind > static_cast<std::uint32_t>(Kind::client)) {
+    if (kind < static_cast<std::uint32_t>(Kind::device) || kind > static_cast<std::uint32_t>(Kind::thru)) {
         return std::nullopt;
     }
     return static_cast<Kind>(kind);
@@ -66,7 +66,7 @@ std::optional<AlsaMIDIServer::Kind> AlsaMIDIServer::kindOf(MIDIObjectRef ref) {
 
 std::optional<std::pair<int, int>> AlsaMIDIServer::addressOf(MIDIObjectRef ref) {
     auto kind = kindOf(ref);
-    if (!kind || *kind == Kind::client) {
+    if (!kind || *kind == Kind::client || *kind == Kind::thru) {
         return std::nullopt;
     }
     return Address{static_cast<int>((ref >> 8) & 0xFFFF), static_cast<int>(ref & 0xFF)};
@@ -167,6 +167,12 @@ AlsaMIDIServer::~AlsaMIDIServer() {
         snd_midi_event_free(encoder_);
     }
     if (seq_) {
+        // A thru connection made without an owner ends with its maker.
+        for (const auto& [ref, thru] : thrus_) {
+            if (thru.ownerID.empty()) {
+                unsubscribe(thru);
+            }
+        }
         snd_seq_close(seq_);
     }
 }
@@ -532,6 +538,27 @@ OSStatus AlsaMIDIServer::sendMessage(int sourcePort, std::optional<Address> dest
         snd_seq_ev_set_sysex(&event, bytes.size(), const_cast<std::uint8_t*>(bytes.data()));
         return output(event) < 0 ? kMIDIMsgSendErr : noErr;
     }
+    // A channel voice message becomes its event directly.
+    const std::uint8_t status = bytes.front();
+    if (status >= 0x80 && status < 0xF0) {
+        const std::size_t length = (status & 0xF0) == 0xC0 || (status & 0xF0) == 0xD0 ? 2 : 3;
+        if (bytes.size() == length) {
+            const int channel = status & 0x0F;
+            const int data1 = bytes[1] & 0x7F;
+            const int data2 = length == 3 ? bytes[2] & 0x7F : 0;
+            snd_seq_ev_clear(&event);
+            switch (status & 0xF0) {
+                case 0x80: snd_seq_ev_set_noteoff(&event, channel, data1, data2); break;
+                case 0x90: snd_seq_ev_set_noteon(&event, channel, data1, data2); break;
+                case 0xA0: snd_seq_ev_set_keypress(&event, channel, data1, data2); break;
+                case 0xB0: snd_seq_ev_set_controller(&event, channel, data1, data2); break;
+                case 0xC0: snd_seq_ev_set_pgmchange(&event, channel, data1); break;
+                case 0xD0: snd_seq_ev_set_chanpress(&event, channel, data1); break;
+                default: snd_seq_ev_set_pitchbend(&event, channel, ((data2 << 7) | data1) - 8192); break;
+            }
+            return output(event) < 0 ? kMIDIMsgSendErr : noErr;
+        }
+    }
     // Other messages may come several in one (a parameter number is a run of control changes).
     snd_midi_event_reset_encode(encoder_);
     for (auto byte : bytes) {
@@ -608,17 +635,106 @@ OSStatus AlsaMIDIServer::sendEventList(MIDIPortRef port, MIDIEndpointRef destina
     return toDestination(port, destination, eventList, true);
 }
 
-// --- Thru connections: routed by the library. ---
+// --- Thru connections: sequencer subscriptions between any two ports. ---
 
-OSStatus AlsaMIDIServer::thruConnectionCreate(const std::string&, const MIDIThruConnectionParams&,
-                                              MIDIThruConnectionRef*) {
-    return kMIDINotPermitted;
+bool AlsaMIDIServer::supportsThruConnections(const MIDIThruConnectionParams& params) const {
+    return !(params.filterOutSysEx || params.filterOutMTC || params.filterOutBeatClock || params.filterOutTuneRequest ||
+             params.filterOutAllControls);
 }
 
-OSStatus AlsaMIDIServer::thruConnectionDispose(MIDIThruConnectionRef) { return kMIDIObjectNotFound; }
+OSStatus AlsaMIDIServer::thruConnectionCreate(const std::string& persistentOwnerID,
+                                              const MIDIThruConnectionParams& params,
+                                              MIDIThruConnectionRef* outConnection) {
+    if (status() != noErr) {
+        return status();
+    }
+    if (!supportsThruConnections(params) || params.numSources > MIDIThruConnectionParams::kMaxEndpoints ||
+        params.numDestinations > MIDIThruConnectionParams::kMaxEndpoints) {
+        return kMIDINotPermitted;
+    }
+    std::vector<Address> senders;
+    std::vector<Address> receivers;
+    for (std::uint32_t i = 0; i < params.numSources; ++i) {
+        auto address = addressOf(params.sources[i]);
+        if (kindOf(params.sources[i]) != Kind::source || !address) {
+            return kMIDIWrongEndpointType;
+        }
+        senders.push_back(*address);
+    }
+    for (std::uint32_t i = 0; i < params.numDestinations; ++i) {
+        auto address = addressOf(params.destinations[i]);
+        if (kindOf(params.destinations[i]) != Kind::destination || !address) {
+            return kMIDIWrongEndpointType;
+        }
+        receivers.push_back(*address);
+    }
+    Thru thru{persistentOwnerID, {}};
+    snd_seq_port_subscribe_t* subscription;
+    snd_seq_port_subscribe_alloca(&subscription);
+    for (const auto& sender : senders) {
+        for (const auto& receiver : receivers) {
+            snd_seq_addr_t from{static_cast<unsigned char>(sender.first), static_cast<unsigned char>(sender.second)};
+            snd_seq_addr_t to{static_cast<unsigned char>(receiver.first), static_cast<unsigned char>(receiver.second)};
+            snd_seq_port_subscribe_set_sender(subscription, &from);
+            snd_seq_port_subscribe_set_dest(subscription, &to);
+            int error = snd_seq_subscribe_port(seq_, subscription);
+            if (error == -EBUSY) {
+                continue;  // someone else's subscription: it stays theirs
+            }
+            if (error < 0) {
+                unsubscribe(thru);
+                return kMIDIUnknownEndpoint;
+            }
+            thru.subscriptions.emplace_back(sender, receiver);
+        }
+    }
+    std::lock_guard lock(mutex_);
+    MIDIThruConnectionRef ref = makeRef(Kind::thru, 0, 0) | (++lastThru_ & 0xFFFFFF);
+    thrus_.emplace(ref, std::move(thru));
+    *outConnection = ref;
+    return noErr;
+}
 
-OSStatus AlsaMIDIServer::thruConnectionFind(const std::string&, std::vector<MIDIThruConnectionRef>* outConnections) {
+void AlsaMIDIServer::unsubscribe(const Thru& thru) {
+    snd_seq_port_subscribe_t* subscription;
+    snd_seq_port_subscribe_alloca(&subscription);
+    for (const auto& [sender, receiver] : thru.subscriptions) {
+        snd_seq_addr_t from{static_cast<unsigned char>(sender.first), static_cast<unsigned char>(sender.second)};
+        snd_seq_addr_t to{static_cast<unsigned char>(receiver.first), static_cast<unsigned char>(receiver.second)};
+        snd_seq_port_subscribe_set_sender(subscription, &from);
+        snd_seq_port_subscribe_set_dest(subscription, &to);
+        // A port that has gone took its subscription with it.
+        (void)snd_seq_unsubscribe_port(seq_, subscription);
+    }
+}
+
+OSStatus AlsaMIDIServer::thruConnectionDispose(MIDIThruConnectionRef connection) {
+    if (status() != noErr) {
+        return status();
+    }
+    Thru thru;
+    {
+        std::lock_guard lock(mutex_);
+        auto it = thrus_.find(connection);
+        if (it == thrus_.end()) {
+            return kMIDIObjectNotFound;
+        }
+        thru = std::move(it->second);
+        thrus_.erase(it);
+    }
+    unsubscribe(thru);
+    return noErr;
+}
+
+OSStatus AlsaMIDIServer::thruConnectionFind(const std::string& persistentOwnerID,
+                                            std::vector<MIDIThruConnectionRef>* outConnections) {
     outConnections->clear();
+    std::lock_guard lock(mutex_);
+    for (const auto& [ref, thru] : thrus_) {
+        if (!thru.ownerID.empty() && thru.ownerID == persistentOwnerID) {
+            outConnections->push_back(ref);
+        }
+    }
     return noErr;
 }
 

@@ -91,8 +91,11 @@ public:
     OSStatus send(MIDIPortRef port, MIDIEndpointRef destination, std::span<const std::uint8_t> packetList) override;
     OSStatus sendEventList(MIDIPortRef port, MIDIEndpointRef destination,
                            std::span<const std::uint8_t> eventList) override;
-    // The library routes thru connections itself, through a port pair of its own.
-    bool supportsThruConnections() const override { return false; }
+    // A thru connection without filters is a set of sequencer subscriptions from each source to
+    // each destination, made by our client between ports of any clients; the sequencer keeps
+    // them until a port goes (a persistent one also after we end). Filtered ones the library
+    // routes through a port pair of its own.
+    bool supportsThruConnections(const MIDIThruConnectionParams& params) const override;
     OSStatus thruConnectionCreate(const std::string& persistentOwnerID, const MIDIThruConnectionParams& params,
                                   MIDIThruConnectionRef* outConnection) override;
     OSStatus thruConnectionDispose(MIDIThruConnectionRef connection) override;
@@ -126,7 +129,7 @@ public:
 
 private:
     // What a reference names; the sequencer address is in the reference itself.
-    enum class Kind : std::uint32_t { device = 1, entity, source, destination, inputPort, outputPort, client };
+    enum class Kind : std::uint32_t { device = 1, entity, source, destination, inputPort, outputPort, client, thru };
     using Address = std::pair<int, int>;
 
     struct Receiver {
@@ -161,6 +164,11 @@ private:
     struct Notify {
         MIDIClientRef client;
         NotifyBlock block;
+    };
+    // The subscriptions a thru connection made (those that existed before are not its own).
+    struct Thru {
+        std::string ownerID;
+        std::vector<std::pair<Address, Address>> subscriptions;
     };
 
     static MIDIObjectRef makeRef(Kind kind, int client, int port = 0);
@@ -197,6 +205,7 @@ private:
     OSStatus toDestination(MIDIPortRef port, MIDIEndpointRef destination, std::span<const std::uint8_t> list,
                            bool isEventList);
     OSStatus sendMessage(int sourcePort, std::optional<Address> destination, std::span<const std::uint8_t> bytes);
+    void unsubscribe(const Thru& thru);
 
     // The receive thread.
     void receiveLoop();
@@ -221,6 +230,8 @@ private:
     std::vector<Notify> notifies_;
     std::map<int, OwnPort> ownPorts_;
     std::map<Address, KnownPort> known_;
+    std::map<MIDIThruConnectionRef, Thru> thrus_;
+    std::uint32_t lastThru_ = 0;
     MIDINetworkSessionSettings networkSession_;
 
     // Sending: the sequencer's output and the translators of the sending streams.

@@ -1,5 +1,6 @@
 #include "backends/midi_alsa/AlsaTranslator.hpp"
 
+#include "MIDICore/MIDI1Wire.hpp"
 #include "MIDIIO/MIDIPacketLayout.hpp"
 
 #include <algorithm>
@@ -15,6 +16,14 @@ void put(std::vector<std::uint8_t>& bytes, const T& value) {
 }
 
 void emitEvent(const MIDICore::MIDIEvent& event, const AlsaOutgoingTranslator::Emit& emit) {
+    if (!event.isSystemExclusive()) {
+        // Without a heap copy: this is the path of every note and controller.
+        auto bytes = MIDICore::detail::midi1ShortBytes(event);
+        if (bytes.count > 0) {
+            emit(std::span<const std::uint8_t>(bytes.bytes.data(), bytes.count));
+        }
+        return;
+    }
     auto bytes = event.midi1RawBytes();
     if (!bytes.empty()) {
         emit(bytes);
@@ -36,6 +45,17 @@ void AlsaOutgoingTranslator::packetList(std::span<const std::uint8_t> list, cons
 void AlsaOutgoingTranslator::eventList(std::span<const std::uint8_t> list, const Emit& emit) {
     std::int32_t protocol = 0;
     forEachMIDIEventPacket(list, &protocol, [&](std::span<const std::uint32_t> words, MIDITimeStamp) {
+        // A MIDI 1.0 channel voice packet holds the message's bytes as they are: no parse.
+        if (words.size() == 1 && (words[0] >> 28) == 0x2) {
+            const auto status = static_cast<std::uint8_t>(words[0] >> 16);
+            if (status >= 0x80 && status < 0xF0) {
+                const std::uint8_t bytes[3] = {status, static_cast<std::uint8_t>((words[0] >> 8) & 0x7F),
+                                               static_cast<std::uint8_t>(words[0] & 0x7F)};
+                const bool short2 = (status & 0xF0) == 0xC0 || (status & 0xF0) == 0xD0;
+                emit(std::span<const std::uint8_t>(bytes, short2 ? 2 : 3));
+                return;
+            }
+        }
         umpBytes_.clear();
         for (auto word : words) {
             for (int shift = 24; shift >= 0; shift -= 8) {

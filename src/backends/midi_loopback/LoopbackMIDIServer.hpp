@@ -60,7 +60,7 @@ public:
     OSStatus send(MIDIPortRef port, MIDIEndpointRef destination, std::span<const std::uint8_t> packetList) override;
     OSStatus sendEventList(MIDIPortRef port, MIDIEndpointRef destination,
                            std::span<const std::uint8_t> eventList) override;
-    bool supportsThruConnections() const override { return supportsThru_; }
+    bool supportsThruConnections(const MIDIThruConnectionParams&) const override { return supportsThru_; }
     OSStatus thruConnectionCreate(const std::string& persistentOwnerID, const MIDIThruConnectionParams& params,
                                   MIDIThruConnectionRef* outConnection) override;
     OSStatus thruConnectionDispose(MIDIThruConnectionRef connection) override;
