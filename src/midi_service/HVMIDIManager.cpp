@@ -13,6 +13,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <utility>
 #include <cctype>
 #include <chrono>
 #include <iterator>
@@ -313,11 +314,13 @@ void HVMIDIManager::refreshClockSources() {
 }
 
 void HVMIDIManager::stopTimers() {
-    if (refreshTimer_) {
-        refreshTimer_->invalidate();
+    // Let go of as well as stopped: the network scan's timer holds the manager, so a manager
+    // keeping it would keep both alive for good.
+    if (auto timer = std::exchange(refreshTimer_, nullptr)) {
+        timer->invalidate();
     }
-    if (networkTimer_) {
-        networkTimer_->invalidate();
+    if (auto timer = std::exchange(networkTimer_, nullptr)) {
+        timer->invalidate();
     }
 }
 

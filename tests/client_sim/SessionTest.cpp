@@ -54,6 +54,9 @@ Bytes centralIdentity(const std::string& apiVersion) {
 
 class SessionTest : public ::testing::Test {
 protected:
+    // The Central's records hold its channel, which holds the Central as its delegate.
+    void TearDown() override { central->forget(); }
+
     HVSimSurface surface = HVSimSurface::builtIn();
     std::shared_ptr<CentralPeer> central = std::make_shared<CentralPeer>();
     std::vector<std::string> out;
