@@ -2,6 +2,7 @@
 
 #include "model/HVDictionaryReading.hpp"
 #include "platform/Assert.hpp"
+#include "platform/Log.hpp"
 
 namespace havrel {
 
@@ -59,6 +60,11 @@ void HVMatrixSequences::copyValuesFromDictionary(const Dictionary& dictionary, c
         if (!element.is_object()) {
             return;
         }
+    }
+    if (array->size() > kMaximumSequences) {
+        logf("[HVSequencing] matrix sequences refused: {} sequences are more than {}", array->size(),
+             kMaximumSequences);
+        return;
     }
     std::vector<HVMatrixSequencePtr> read;
     for (const auto& element : *array) {

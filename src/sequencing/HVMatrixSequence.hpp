@@ -38,6 +38,9 @@ public:
     static std::shared_ptr<HVMatrixSequences> initFromDictionary(const Dictionary& dictionary);
 
     std::vector<HVMatrixSequencePtr> sequences;
+    // Each element of a list from outside makes a whole step sequence: a longer list is refused
+    // with one log line, and the list stays.
+    static constexpr std::size_t kMaximumSequences = 1024;
 
     Dictionary dictionary() const override;
     std::string className() const override { return "HVMatrixSequences"; }

@@ -72,6 +72,10 @@ TEST(MatrixSequence, DefaultsAndTheRefusalOfItsStepSequence) {
     read->copyValuesFromDictionary({{"sequences", {1, 2}}}, {});
     read->copyValuesFromDictionary({{"sequences", "none"}}, {});
     EXPECT_EQ(read->sequences.size(), 2u);
+    // A list longer than the bound is refused whole.
+    read->copyValuesFromDictionary({{"sequences", Dictionary(1025, Dictionary::object())}}, {});
+    EXPECT_EQ(read->sequences.size(), 2u);
+    EXPECT_EQ(capture.count("matrix sequences refused: 1025 sequences"), 1u);
 }
 
 // Every "UUID" removed: a read takes new identifiers for its step sequences.
