@@ -48,7 +48,7 @@ std::shared_ptr<HVClock> HVClock::create() {
         },
         [weak](double position, std::int32_t bar, std::int32_t beat, std::int32_t division) {
             if (weak.lock()) {
-                logDiagf("position  {}{}:{}:{})", position, bar, beat, division);
+                logDiagf("position  {}:{}:{}:{})", position, bar, beat, division);
             }
         },
         [weak](double tempo) {
