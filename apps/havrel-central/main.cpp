@@ -8,6 +8,8 @@
 #include "core/HavrelCoreBaseMac.hpp"
 #include "midi_service/HVMIDIManager.hpp"
 #include "midi_service/HVMIDIOutputMonitor.hpp"
+#include "musical_output/HVStepOutput.hpp"
+#include "musical_output/HVTempoPositionForwarder.hpp"
 #include "backends/midi_loopback/LoopbackMIDIBackend.hpp"
 #ifdef HAVREL_HAS_ALSA_BACKEND
 #include "backends/midi_alsa/AlsaMIDIBackend.hpp"
@@ -138,6 +140,10 @@ int main(int argc, char** argv) {
     auto configuration = HVConnectionTypeConfiguration::defaultConfiguration();
     configuration->productToSendOut = options.product;
     auto midi = HVMIDIManager::initSharedWithConnectionConfiguration(configuration);
+    // Musical time: running step sequences are heard on the virtual output, and the tempo and
+    // position of incoming MIDI clock go back to the USB clients.
+    auto stepOutput = HVStepOutput::install(HVSequencePlayer::shared(), HVClock::shared());
+    auto tempoForwarder = HVTempoPositionForwarder::install(midi);
 
     std::unique_ptr<HVMIDIOutputMonitor> monitor;
     if (options.printMIDI) {

@@ -155,7 +155,21 @@ void HVCentralUSBManager::RNUSBConnectionManagerDidReceiveFileRepData(RNUSBConne
 
 void HVCentralUSBManager::sendToDevice(std::uint32_t type, std::shared_ptr<const Bytes> payload,
                                        std::optional<std::int64_t> deviceID) {
-    auto channel = connectionManager_->channelWithDeviceID(deviceID);
+    sendOnChannel(connectionManager_->channelWithDeviceID(deviceID), type, std::move(payload));
+}
+
+void HVCentralUSBManager::sendToEveryClient(std::uint32_t type, const std::shared_ptr<const Bytes>& payload) {
+    // A copy: a failed send may end a channel and change the list.
+    const auto channels = connectionManager_->connectedChannels;
+    for (const auto& channel : channels) {
+        if (channel->isConnected() && clientForDeviceID(channel->deviceID)) {
+            sendOnChannel(channel, type, payload);
+        }
+    }
+}
+
+void HVCentralUSBManager::sendOnChannel(const std::shared_ptr<TNChannel>& channel, std::uint32_t type,
+                                        std::shared_ptr<const Bytes> payload) {
     if (!channel) {
         return;
     }
@@ -184,6 +198,14 @@ void HVCentralUSBManager::sendTempo(double tempo, std::optional<std::int64_t> de
 
 void HVCentralUSBManager::sendPosition(double position, std::optional<std::int64_t> deviceID) {
     sendToDevice(TNFrameTypePosition, bytesOfDouble(position), deviceID);
+}
+
+void HVCentralUSBManager::sendTempoToEveryClient(double tempo) {
+    sendToEveryClient(TNFrameTypeTempo, bytesOfDouble(tempo));
+}
+
+void HVCentralUSBManager::sendPositionToEveryClient(double position) {
+    sendToEveryClient(TNFrameTypePosition, bytesOfDouble(position));
 }
 
 }  // namespace havrel

@@ -51,6 +51,10 @@ public:
     void sendFile(const HVFileRepresentation& file, std::optional<std::int64_t> deviceID);
     void sendTempo(double tempo, std::optional<std::int64_t> deviceID);
     void sendPosition(double position, std::optional<std::int64_t> deviceID);
+    // Frames 112 and 113 to every channel whose client the registry holds, the local path
+    // included.
+    void sendTempoToEveryClient(double tempo);
+    void sendPositionToEveryClient(double position);
 
     // The name of this computer, as clients show it.
     static std::string localName();
@@ -96,6 +100,9 @@ public:
 private:
     std::shared_ptr<RNUSBClient> clientForDeviceID(std::optional<std::int64_t> deviceID) const;
     void sendToDevice(std::uint32_t type, std::shared_ptr<const Bytes> payload, std::optional<std::int64_t> deviceID);
+    void sendToEveryClient(std::uint32_t type, const std::shared_ptr<const Bytes>& payload);
+    void sendOnChannel(const std::shared_ptr<TNChannel>& channel, std::uint32_t type,
+                       std::shared_ptr<const Bytes> payload);
 
     std::shared_ptr<RNUSBServerConnectionManager> connectionManager_;
 };
