@@ -1,5 +1,6 @@
 #pragma once
-// Real-time scheduling for the threads whose timing is the product: the musical clock.
+// Real-time scheduling for the threads whose timing is the product: the musical clock and the
+// gesture scheduler.
 
 #include <string>
 

@@ -1,7 +1,9 @@
 #include "sequencing/HVSequence.hpp"
 
+#include "platform/Log.hpp"
 #include "platform/MainQueue.hpp"
 #include "platform/SharedSlot.hpp"
+#include "platform/ThreadPriority.hpp"
 #include "sequencing/HVRangeContainerSequence.hpp"
 
 #include <fmt/format.h>
@@ -141,6 +143,13 @@ void HVSequenceManager::resetSharedInstanceForTesting() {
 
 void HVSequenceManager::start() {
     playbackQueue_ = SerialQueue::create(kPlaybackQueueLabel);
+    // Glide steps are heard: their thread runs at real-time priority where the system allows.
+    playbackQueue_->post([] {
+        if (const auto refusal = raiseCurrentThreadToRealTimePriority(); !refusal.empty()) {
+            logf("[HVSequenceManager] {} runs at normal priority: real-time priority refused ({})", kPlaybackQueueLabel,
+                 refusal);
+        }
+    });
     std::weak_ptr<HVSequenceManager> weak = weak_from_this();
     timer_ = Timer::scheduled(*playbackQueue_, std::chrono::milliseconds(1), true, [weak] {
         if (auto manager = weak.lock()) {
