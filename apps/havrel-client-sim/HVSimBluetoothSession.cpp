@@ -15,8 +15,9 @@ constexpr auto kPollInterval = std::chrono::milliseconds(50);
 // How long the Central has to drop the link after the client asked it to.
 constexpr auto kLeaveTimeout = std::chrono::seconds(2);
 
+// Rounded up, so a frame waited for is due when the wait is over, also in virtual time.
 MainQueue::Duration secondsToDuration(double seconds) {
-    return std::chrono::duration_cast<MainQueue::Duration>(std::chrono::duration<double>(seconds));
+    return std::chrono::ceil<MainQueue::Duration>(std::chrono::duration<double>(seconds));
 }
 
 double durationToSeconds(MainQueue::Duration duration) {
