@@ -2,6 +2,8 @@
 
 #include "central/HVOptionalStringFields.hpp"
 
+#include <unistd.h>
+
 #include <array>
 #include <utility>
 
@@ -21,6 +23,23 @@ auto fields(Central& central) {
 
 std::shared_ptr<RNCentral> RNCentral::create() {
     return std::make_shared<RNCentral>();
+}
+
+std::shared_ptr<RNCentral> RNCentral::localCentralWithVersion(const std::string& version) {
+    auto central = create();
+    central->name = localName();
+    central->version = version;
+    central->apiVersion = kCentralAPIVersion;
+    central->minApiVersionRequired = kCentralAPIVersion;
+    return central;
+}
+
+std::string RNCentral::localName() {
+    std::array<char, 256> name{};
+    if (::gethostname(name.data(), name.size() - 1) != 0 || name[0] == '\0') {
+        return "localhost";
+    }
+    return std::string(name.data());
 }
 
 std::shared_ptr<RNCentral> RNCentral::initFromDictionary(const Dictionary& dictionary) {

@@ -23,6 +23,11 @@ public:
     // Each of the four keys only when present as a string.
     static std::shared_ptr<RNCentral> initFromDictionary(const Dictionary& dictionary);
     static std::shared_ptr<RNCentral> centralFromDictionary(const Dictionary& dictionary);
+    // This Central as both transports introduce it: the computer's name, the version given,
+    // and this Central's API version as "apiVersion" and "minApi".
+    static std::shared_ptr<RNCentral> localCentralWithVersion(const std::string& version);
+    // The name of this computer, as clients show it.
+    static std::string localName();
 
     std::optional<std::string> name;                   // "name"
     std::optional<std::string> version;                // "version"

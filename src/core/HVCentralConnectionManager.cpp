@@ -1,5 +1,6 @@
 #include "core/HVCentralConnectionManager.hpp"
 
+#include "transport/bluetooth/RNCentralBluetoothManager.hpp"
 #include "transport/usb/HVCentralUSBManager.hpp"
 
 #include "central/HVStringOperations.hpp"
@@ -83,7 +84,10 @@ void HVCentralConnectionManager::startTransports() {
     // own gets that one back.
     auto usb = HVCentralUSBManager::instantiateWithProductToSendOut(productToSendOut_, versionToSendOut_);
     usb->delegate = weak_from_this();
-    // The Bluetooth transport joins here once it exists.
+    // The Bluetooth transport is made afresh with each registry, over the process's Bluetooth
+    // platform; the host starts its scan.
+    auto bluetooth = RNCentralBluetoothManager::instantiateWithProductToSendOut(productToSendOut_, versionToSendOut_);
+    bluetooth->delegate = weak_from_this();
 }
 
 std::vector<std::shared_ptr<RNUSBClient>> HVCentralConnectionManager::usbClients() const {

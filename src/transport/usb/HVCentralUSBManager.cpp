@@ -5,9 +5,6 @@
 #include "platform/Log.hpp"
 #include "platform/SharedSlot.hpp"
 
-#include <unistd.h>
-
-#include <array>
 #include <cstring>
 
 namespace havrel {
@@ -63,23 +60,14 @@ HVCentralUSBManager::~HVCentralUSBManager() {
 }
 
 std::string HVCentralUSBManager::localName() {
-    std::array<char, 256> name{};
-    if (::gethostname(name.data(), name.size() - 1) != 0 || name[0] == '\0') {
-        return "localhost";
-    }
-    return std::string(name.data());
+    return RNCentral::localName();
 }
 
 void HVCentralUSBManager::RNUSBConnectionManagerDidConnectToDeviceID(RNUSBConnectionManager& /*manager*/,
                                                                     std::optional<std::int64_t> deviceID,
                                                                     const Dictionary& info,
                                                                     const std::shared_ptr<TNChannel>& channel) {
-    auto central = RNCentral::create();
-    central->name = localName();
-    central->version = versionToSendOut;
-    central->apiVersion = HVCentralAPIVersion;
-    central->minApiVersionRequired = HVCentralAPIVersion;
-    const std::string json = central->dictionary().dump();
+    const std::string json = RNCentral::localCentralWithVersion(versionToSendOut)->dictionary().dump();
     auto payload = std::make_shared<const Bytes>(json.begin(), json.end());
     channel->sendFrameOfType(TNFrameTypeCentralInfo, 0, payload, [](const TNOptionalError& error) {
         if (error) {
