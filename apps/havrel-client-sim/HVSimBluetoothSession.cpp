@@ -1,6 +1,7 @@
 #include "havrel-client-sim/HVSimBluetoothSession.hpp"
 
 #include "havrel-client-sim/HVSimError.hpp"
+#include "havrel-client-sim/HVSimTime.hpp"
 #include "transport/usb/TNFrameType.hpp"
 
 #include <fmt/format.h>
@@ -14,15 +15,6 @@ namespace {
 constexpr auto kPollInterval = std::chrono::milliseconds(50);
 // How long the Central has to drop the link after the client asked it to.
 constexpr auto kLeaveTimeout = std::chrono::seconds(2);
-
-// Rounded up, so a frame waited for is due when the wait is over, also in virtual time.
-MainQueue::Duration secondsToDuration(double seconds) {
-    return std::chrono::ceil<MainQueue::Duration>(std::chrono::duration<double>(seconds));
-}
-
-double durationToSeconds(MainQueue::Duration duration) {
-    return std::chrono::duration<double>(duration).count();
-}
 
 bool endsWithMarker(ByteView bytes) {
     return bytes.size() >= 2 && bytes[bytes.size() - 2] == '|' && bytes[bytes.size() - 1] == '|';

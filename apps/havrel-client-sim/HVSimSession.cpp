@@ -2,6 +2,7 @@
 
 #include "havrel-client-sim/HVSimError.hpp"
 #include "havrel-client-sim/HVSimHandshake.hpp"
+#include "havrel-client-sim/HVSimTime.hpp"
 
 #include <fmt/format.h>
 
@@ -13,18 +14,10 @@ namespace {
 
 constexpr std::uint32_t kLoopback = 0x7F000001;
 
-MainQueue::Duration secondsToDuration(double seconds) {
-    return std::chrono::duration_cast<MainQueue::Duration>(std::chrono::duration<double>(seconds));
-}
-
 // A command as a progress line shows it: long change commands are cut.
 std::string shortened(const std::string& cue) {
     constexpr std::size_t kLongest = 100;
     return cue.size() <= kLongest ? cue : cue.substr(0, kLongest - 3) + "...";
-}
-
-double durationToSeconds(MainQueue::Duration duration) {
-    return std::chrono::duration<double>(duration).count();
 }
 
 }  // namespace
