@@ -56,7 +56,8 @@ class DevTools:
     """The DevTools protocol over --remote-debugging-pipe: JSON messages ended by NUL, commands
     on the browser's fd 3, answers and events on its fd 4."""
 
-    def __init__(self, profile):
+    def __init__(self, profile, log=subprocess.DEVNULL):
+        self.log = log
         to_browser_r, self.to_browser = os.pipe()
         self.from_browser, from_browser_w = os.pipe()
         flags = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
@@ -65,11 +66,14 @@ class DevTools:
                  "--hide-scrollbars", "about:blank"]
 
         def child_fds():
-            os.dup2(to_browser_r, 3)
-            os.dup2(from_browser_w, 4)
+            # Copies first: a pipe end may already be fd 3 or 4, and dup2 onto itself would
+            # leave it closed at exec.
+            read_end, write_end = os.dup(to_browser_r), os.dup(from_browser_w)
+            os.dup2(read_end, 3)
+            os.dup2(write_end, 4)
 
         self.process = subprocess.Popen([CHROMIUM] + flags, pass_fds=(), preexec_fn=child_fds,
-                                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                                        stdout=subprocess.DEVNULL, stderr=self.log,
                                         close_fds=False)
         os.close(to_browser_r)
         os.close(from_browser_w)
@@ -135,7 +139,7 @@ def take_screenshot_only(url, path):
     devtools = DevTools(profile)
     try:
         session = open_page(devtools, url)
-        time.sleep(2.0)  # let the page receive a few states; this is not a test
+        time.sleep(1.5)  # let the page receive a few states; this is not a test
         screenshot(devtools, session, path)
     finally:
         devtools.close()
