@@ -70,6 +70,7 @@ void StatusService::tick() {
     std::string state = model_->state(false);
     if (state != lastSent_) {
         server_->broadcast(state);
+        ++statesSent_;
         lastSent_ = std::move(state);
     }
 }

@@ -36,6 +36,8 @@ public:
     StatusServer& server() { return *server_; }
     // One turn of the update timer.
     void tick();
+    // State messages broadcast so far (greetings not counted).
+    std::uint64_t statesSent() const { return statesSent_; }
 
     // The embedded page: "/", "/status.css", "/status.js".
     static std::vector<StatusServer::Resource> pageResources();
@@ -51,6 +53,7 @@ private:
     std::uint16_t port_ = 0;
     unsigned ticks_ = 0;
     std::string lastSent_;
+    std::uint64_t statesSent_ = 0;
 };
 
 }  // namespace havrel
