@@ -93,6 +93,7 @@ TEST(StatusModelTest, DecodesEachKindOfMessage) {
         {{0xF0, 0x7E, 0x01, 0xF7}, "sysex", 0, "4 bytes"},
         {{0xB0}, "cc", 1, "cc 0 value 0"},  // cut short: what is missing reads 0
         {{}, "other", 0, ""},
+        {{0x40, 0x40}, "other", 0, ""},  // a data byte where the status belongs
     };
     for (const auto& testCase : cases) {
         const auto entry = StatusModel::decode(testCase.bytes);

@@ -44,56 +44,38 @@ std::string StatusModel::timeNow() {
 }
 
 StatusMonitorEntry StatusModel::decode(const std::vector<std::uint8_t>& bytes) {
+    // Channel messages by the high nibble of the status, 0x8 to 0xE. Pitch bend shows its
+    // 14-bit value as the first number.
+    struct ChannelMessage {
+        const char* kind;
+        const char* format;
+    };
+    static constexpr ChannelMessage kChannelMessages[] = {
+        {"note off", "note {} vel {}"}, {"note on", "note {} vel {}"}, {"poly pressure", "note {} pressure {}"},
+        {"cc", "cc {} value {}"},       {"program", "program {}"},     {"channel pressure", "pressure {}"},
+        {"pitch bend", "value {}"},
+    };
     StatusMonitorEntry entry;
-    if (bytes.empty()) {
+    if (bytes.empty() || bytes[0] < 0x80) {
         entry.kind = "other";
         return entry;
     }
     const std::uint8_t status = bytes[0];
     auto data = [&](std::size_t index) -> unsigned { return index < bytes.size() ? bytes[index] & 0x7F : 0; };
+    const unsigned fourteenBits = data(1) | (data(2) << 7);
     if (status < 0xF0) {
+        const ChannelMessage& message = kChannelMessages[(status >> 4) - 0x8];
+        entry.kind = message.kind;
         entry.channel = (status & 0x0F) + 1;
-    }
-    switch (status & 0xF0) {
-        case 0x80:
-            entry.kind = "note off";
-            entry.values = fmt::format("note {} vel {}", data(1), data(2));
-            return entry;
-        case 0x90:
-            entry.kind = "note on";
-            entry.values = fmt::format("note {} vel {}", data(1), data(2));
-            return entry;
-        case 0xA0:
-            entry.kind = "poly pressure";
-            entry.values = fmt::format("note {} pressure {}", data(1), data(2));
-            return entry;
-        case 0xB0:
-            entry.kind = "cc";
-            entry.values = fmt::format("cc {} value {}", data(1), data(2));
-            return entry;
-        case 0xC0:
-            entry.kind = "program";
-            entry.values = fmt::format("program {}", data(1));
-            return entry;
-        case 0xD0:
-            entry.kind = "channel pressure";
-            entry.values = fmt::format("pressure {}", data(1));
-            return entry;
-        case 0xE0:
-            entry.kind = "pitch bend";
-            entry.values = fmt::format("value {}", data(1) | (data(2) << 7));
-            return entry;
-        default:
-            break;
-    }
-    if (status == 0xF0) {
+        entry.values = fmt::format(fmt::runtime(message.format), status >= 0xE0 ? fourteenBits : data(1), data(2));
+    } else if (status == 0xF0) {
         entry.kind = "sysex";
         entry.values = fmt::format("{} bytes", bytes.size());
     } else {
         entry.kind = "system";
         entry.values = systemMessageName(status);
         if (status == 0xF2) {
-            entry.values += fmt::format(" {}", data(1) | (data(2) << 7));
+            entry.values += fmt::format(" {}", fourteenBits);
         }
     }
     return entry;
