@@ -21,6 +21,8 @@
 #include "platform/MIDILibraryServices.hpp"
 #include "platform/MainQueue.hpp"
 #include "transport/usb/HVCentralUSBManager.hpp"
+#include "CoreStatusSources.hpp"
+#include "StatusService.hpp"
 
 #include <CLI/CLI.hpp>
 #include <asio/signal_set.hpp>
@@ -45,6 +47,9 @@ struct Options {
     bool printMIDI = false;
     std::string configDir;
     std::string logLevel = "info";
+    std::uint16_t statusPort = 4700;
+    bool statusControl = false;
+    bool hardwareMIDI = false;
 };
 
 // The MIDI backend to use, with the reason, on one stderr line.
@@ -95,6 +100,11 @@ int main(int argc, char** argv) {
     app.add_option("--log-level", options.logLevel, "quiet, info or diag")
         ->check(CLI::IsMember({"quiet", "info", "diag"}))
         ->capture_default_str();
+    app.add_option("--status-port", options.statusPort, "port of the status page on 127.0.0.1; 0 turns it off")
+        ->capture_default_str();
+    app.add_flag("--status-control", options.statusControl,
+                 "let the status page switch hardware outputs and the internal clock");
+    app.add_flag("--hardware-midi", options.hardwareMIDI, "send to the machine's hardware MIDI destinations as well");
     CLI11_PARSE(app, argc, argv);
 
     // Everything but the MIDI print goes to stderr.
@@ -139,6 +149,7 @@ int main(int argc, char** argv) {
 
     auto configuration = HVConnectionTypeConfiguration::defaultConfiguration();
     configuration->productToSendOut = options.product;
+    configuration->hardwareMIDIEnabled = options.hardwareMIDI;
     auto midi = HVMIDIManager::initSharedWithConnectionConfiguration(configuration);
     // Musical time: running step sequences are heard on the virtual output, and the tempo and
     // position of incoming MIDI clock go back to the USB clients.
@@ -154,6 +165,12 @@ int main(int argc, char** argv) {
             std::fputc('\n', stdout);
             std::fflush(stdout);
         });
+    }
+
+    std::unique_ptr<StatusService> status;
+    if (options.statusPort != 0) {
+        status = StatusService::start({options.statusPort, options.statusControl, midi->outputName()},
+                                      CoreStatusSources::create());
     }
 
     auto& mainQueue = MainQueue::shared();
@@ -173,6 +190,7 @@ int main(int argc, char** argv) {
     // Orderly shutdown: sockets closed, endpoints disposed of, the defaults store written.
     signals.cancel();
     monitor.reset();
+    status.reset();
     HVCentralUSBManager::resetShared();
     midi->stopTimers();
     if (midi->midiManager()) {

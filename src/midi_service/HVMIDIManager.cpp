@@ -421,6 +421,29 @@ void HVMIDIManager::refreshConnections() {
 }
 
 std::vector<MIDIIO::MIDIInputEndpoint> HVMIDIManager::hardwareDestinations() const {
+    auto destinations = hardwareDestinationCandidates();
+    std::lock_guard lock(stateMutex_);
+    std::erase_if(destinations, [this](const MIDIIO::MIDIInputEndpoint& endpoint) {
+        return disabledHardwareDestinations_.count(endpoint.name) > 0;
+    });
+    return destinations;
+}
+
+void HVMIDIManager::setHardwareDestinationEnabled(const std::string& name, bool enabled) {
+    std::lock_guard lock(stateMutex_);
+    if (enabled) {
+        disabledHardwareDestinations_.erase(name);
+    } else {
+        disabledHardwareDestinations_.insert(name);
+    }
+}
+
+bool HVMIDIManager::isHardwareDestinationEnabled(const std::string& name) const {
+    std::lock_guard lock(stateMutex_);
+    return disabledHardwareDestinations_.count(name) == 0;
+}
+
+std::vector<MIDIIO::MIDIInputEndpoint> HVMIDIManager::hardwareDestinationCandidates() const {
     std::vector<MIDIIO::MIDIInputEndpoint> destinations;
     for (const auto& endpoint : requireManager().endpoints().inputs) {
         if (!endpoint.device() || endpoint.getIsOffline() || containsRTP(endpoint.getDriverOwner().value_or(""))) {

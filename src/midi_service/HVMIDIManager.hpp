@@ -22,6 +22,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -77,8 +78,15 @@ public:
     // --- Set-up and the connection refresh (main queue). ---
     void setupVirtualMIDI();
     void setupHardwareOutput();
-    // Destinations that look like hardware: with a device, online, not owned by an RTP driver.
+    // Destinations that look like hardware: with a device, online, not owned by an RTP driver;
+    // those the host has switched off are left out.
     std::vector<MIDIIO::MIDIInputEndpoint> hardwareDestinations() const;
+    // The same, switched off ones included.
+    std::vector<MIDIIO::MIDIInputEndpoint> hardwareDestinationCandidates() const;
+    // Switches a hardware destination, by name, in or out of the fan-out from the next refresh
+    // on. All are in at first. Any thread.
+    void setHardwareDestinationEnabled(const std::string& name, bool enabled);
+    bool isHardwareDestinationEnabled(const std::string& name) const;
     void refreshHardwareOutputs();
     // Finds this application's own output endpoint among the sources.
     void setInputConnectionToVirtual();
@@ -166,6 +174,7 @@ private:
     std::shared_ptr<HVMIDIEntityObserver> connectionObserver_;  // offered to the host; never made here
     const std::shared_ptr<HVConnectionTypeConfiguration> configuration_;
     std::vector<MIDIIO::MIDIEntity> networkConnections_;
+    std::set<std::string> disabledHardwareDestinations_;  // under stateMutex_
     // Written on the main queue, read by sends on any thread.
     mutable std::mutex networkOutputsMutex_;
     std::vector<std::shared_ptr<MIDIIO::MIDIOutputConnection>> networkOutputs_;

@@ -31,6 +31,15 @@ std::string HVMIDIOutputMonitor::lineForEvent(const std::string& endpointName, c
 
 std::unique_ptr<HVMIDIOutputMonitor> HVMIDIOutputMonitor::start(const std::string& clientName,
                                                                 const std::string& endpointName, LineHandler handler) {
+    return startWithEvents(clientName, endpointName,
+                           [handler = std::move(handler)](const std::string& name, const MIDICore::MIDIEvent& event) {
+                               handler(lineForEvent(name, event));
+                           });
+}
+
+std::unique_ptr<HVMIDIOutputMonitor> HVMIDIOutputMonitor::startWithEvents(const std::string& clientName,
+                                                                          const std::string& endpointName,
+                                                                          EventHandler handler) {
     installMIDILibraryServices();
     auto manager = MIDIIO::MIDIManager::create(MIDIIO::MIDIPlatform::shared(), clientName, clientName, "Havrel");
     try {
@@ -41,7 +50,7 @@ std::unique_ptr<HVMIDIOutputMonitor> HVMIDIOutputMonitor::start(const std::strin
                                     const std::optional<MIDIIO::MIDIOutputEndpoint>& source) {
                 const std::string& name = source ? source->name : endpointName;
                 for (const auto& event : events) {
-                    handler(lineForEvent(name, event));
+                    handler(name, event);
                 }
             },
             MIDIIO::MIDIReceiverOptions());

@@ -25,6 +25,11 @@ public:
     // client cannot start (after a log line).
     static std::unique_ptr<HVMIDIOutputMonitor> start(const std::string& clientName, const std::string& endpointName,
                                                       LineHandler handler);
+    // The same, handing over each event with the name of the endpoint it left through.
+    using EventHandler = std::function<void(const std::string& endpointName, const MIDICore::MIDIEvent& event)>;
+    static std::unique_ptr<HVMIDIOutputMonitor> startWithEvents(const std::string& clientName,
+                                                                const std::string& endpointName,
+                                                                EventHandler handler);
     ~HVMIDIOutputMonitor();
 
     static std::string lineForEvent(const std::string& endpointName, const MIDICore::MIDIEvent& event);

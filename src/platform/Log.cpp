@@ -99,7 +99,7 @@ void log(std::string_view line) {
 
 void log(LogLevel level, std::string_view line) {
     if (logEnabled(level)) {
-        currentSink()->write(line);
+        currentSink()->writeAtLevel(level, line);
     }
 }
 

@@ -44,6 +44,11 @@ public:
     virtual ~LogSink() = default;
     // Receives one line, without its newline.
     virtual void write(std::string_view line) = 0;
+    // The same with the line's level, for sinks that keep some levels apart.
+    virtual void writeAtLevel(LogLevel level, std::string_view line) {
+        (void)level;
+        write(line);
+    }
 };
 
 // Writes each line to stderr, followed by a newline, in one write.

@@ -212,6 +212,21 @@ TEST_F(HVMIDIManagerTest, HardwareFanOutFollowsOnlineNonNetworkDestinations) {
     EXPECT_EQ(received[1], (std::vector<std::uint8_t>{0xB1, 44, 127}));
     EXPECT_EQ(capture.count("cc value 200 out of 7-bit range \u2014 clamped"), 1u);
 
+    // Switched off by the host: out of the fan-out at the next refresh though still a
+    // candidate; back in when switched on again.
+    manager->setHardwareDestinationEnabled("Synth In", false);
+    EXPECT_TRUE(manager->hardwareDestinations().empty());
+    ASSERT_EQ(manager->hardwareDestinationCandidates().size(), 1u);
+    EXPECT_FALSE(manager->isHardwareDestinationEnabled("Synth In"));
+    advance(seconds(1));
+    EXPECT_TRUE(connection->inputsCriteria().empty());
+    manager->sendToHardwareWithNoteOn(61, 90, 0);
+    server->flush();
+    EXPECT_EQ(server->deviceDestinationLog(synthIn).size(), 2u);
+    manager->setHardwareDestinationEnabled("Synth In", true);
+    advance(seconds(1));
+    EXPECT_EQ(connection->inputsCriteria().size(), 1u);
+
     // The destination goes offline: the next refresh takes it out of the fan-out.
     server->objectSetIntegerProperty(synthIn, "offline", 1);
     advance(seconds(1));

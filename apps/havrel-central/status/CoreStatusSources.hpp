@@ -1,0 +1,53 @@
+#pragma once
+// The status page's view of the running system: the client registry, the transmission
+// indicator, the throughput meter, the MIDI manager (outputs, and tempo and position followed
+// from MIDI clock) and the musical clock: while it runs on its own timer the page may start and
+// pause it and set its tempo; once it follows MIDI clock it shows what it follows.
+//
+// Also hears from the registry of the USB clients it refuses for their API version, which it
+// does not keep: the last few are shown as refused. Main queue.
+
+#include "StatusSources.hpp"
+
+#include "core/HVCentralConnectionManagerUSBDelegate.hpp"
+
+#include <deque>
+#include <memory>
+#include <set>
+
+namespace havrel {
+
+class CoreStatusSources final : public StatusSources,
+                                public HVCentralConnectionManagerUSBDelegate,
+                                public std::enable_shared_from_this<CoreStatusSources> {
+public:
+    static constexpr std::size_t kRefusalsKept = 8;
+
+    // Follows the transmission indicator and, where the registry has no USB delegate yet,
+    // becomes it.
+    static std::shared_ptr<CoreStatusSources> create();
+    ~CoreStatusSources() override;
+
+    std::vector<StatusClient> clients() override;
+    std::int64_t messagesPerSecond() override;
+    std::string lastMessageDescription() override;
+    std::vector<StatusOutput> outputs() override;
+    StatusClock clock() override;
+    std::string setOutputEnabled(const std::string& name, bool on) override;
+    std::string setClockRunning(bool running) override;
+    std::string setTempo(double bpm) override;
+
+    void HVCentralConnectionManagerDidConnectToUSBClient(HVCentralConnectionManager* manager,
+                                                         const std::shared_ptr<RNClient>& client) override;
+    void HVCentralConnectionManagerDidDisconnectFromUSBClient(HVCentralConnectionManager* manager,
+                                                              const std::shared_ptr<RNClient>& client) override;
+    void HVCentralConnectionManagerDidRefuseToConnectUSBClient(HVCentralConnectionManager* manager,
+                                                               const std::shared_ptr<RNClient>& client) override;
+
+private:
+    static StatusClient describe(const RNClient& client);
+    std::set<const RNClient*> transmitting_;
+    std::deque<StatusClient> refusals_;
+};
+
+}  // namespace havrel

@@ -1,0 +1,78 @@
+#include "StatusService.hpp"
+
+#include "midi_service/HVMIDIOutputMonitor.hpp"
+#include "platform/Log.hpp"
+#include "platform/MainQueue.hpp"
+#include "platform/Timer.hpp"
+
+namespace havrel {
+
+std::unique_ptr<StatusService> StatusService::start(const Options& options, std::shared_ptr<StatusSources> sources) {
+    std::unique_ptr<StatusService> service(new StatusService());
+    service->model_ = std::make_shared<StatusModel>(std::move(sources), options.allowControl);
+    StatusServer::Options serverOptions;
+    serverOptions.port = options.port;
+    service->server_ =
+        std::make_unique<StatusServer>(MainQueue::shared().context(), serverOptions, pageResources());
+    StatusModel* model = service->model_.get();
+    service->server_->setGreetingHandler([model] { return model->state(true); });
+    service->server_->setMessageHandler([model](const std::string& text) { return model->handleRequest(text); });
+    std::string error;
+    const auto port = service->server_->start(&error);
+    if (!port) {
+        logf("havrel-central: no status page: {}", error);
+        return nullptr;
+    }
+    service->port_ = *port;
+
+    // The info lines from now on, kept for the page and passed on to the sink that was there.
+    service->logSink_ = std::make_shared<StatusLogSink>(setLogSink(nullptr), service->model_);
+    setLogSink(service->logSink_);
+
+    if (!options.monitoredOutput.empty()) {
+        std::weak_ptr<StatusModel> weakModel = service->model_;
+        service->monitor_ = HVMIDIOutputMonitor::startWithEvents(
+            "havrel-central status", options.monitoredOutput,
+            [weakModel](const std::string& endpoint, const MIDICore::MIDIEvent& event) {
+                if (auto model = weakModel.lock()) {
+                    model->addMonitorEvent(endpoint, event);
+                }
+            });
+    }
+    StatusService* self = service.get();
+    service->timer_ = Timer::scheduled(MainQueue::shared(), std::chrono::milliseconds(1000 / kUpdatesPerSecond), true,
+                                       [self] { self->tick(); });
+    logf("havrel-central: status page at http://127.0.0.1:{}/ ({})", service->port_,
+         options.allowControl ? "changes allowed" : "read-only");
+    return service;
+}
+
+StatusService::~StatusService() {
+    if (timer_) {
+        timer_->invalidate();
+    }
+    monitor_.reset();
+    if (logSink_) {
+        auto current = setLogSink(nullptr);
+        setLogSink(current == logSink_ ? static_cast<StatusLogSink&>(*logSink_).next() : current);
+    }
+    server_.reset();
+}
+
+void StatusService::tick() {
+    if (++ticks_ % kUpdatesPerSecond == 0) {
+        model_->sampleThroughput();
+    }
+    if (server_->connectionCount() == 0) {
+        lastSent_.clear();
+        return;
+    }
+    std::string state = model_->state(false);
+    if (state != lastSent_) {
+        server_->broadcast(state);
+        ++statesSent_;
+        lastSent_ = std::move(state);
+    }
+}
+
+}  // namespace havrel

@@ -1,0 +1,57 @@
+#pragma once
+// What the status page shows and may change, gathered from the running system. The page's
+// model asks through this interface only, so parts that join the system later (an internal
+// clock, the Bluetooth transport) add their state here without touching the server or the page.
+// Called on the main queue.
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace havrel {
+
+struct StatusClient {
+    std::string name;
+    std::string product;
+    std::string transport;   // "USB tunnel", "local path", "Bluetooth"
+    std::string apiVersion;
+    std::string state;       // "heard", "muted" or "refused"
+    std::string reason;      // why it is muted or refused
+    bool transmitting = false;
+};
+
+struct StatusOutput {
+    std::string name;
+    std::string kind;  // "virtual", "network" or "hardware"
+    bool on = true;
+    bool switchable = false;
+};
+
+struct StatusClock {
+    std::string source;  // "internal" or "external"
+    double tempo = 0.0;  // beats a minute; 0 before any is known
+    std::int32_t bar = 1;
+    std::int32_t beat = 1;
+    std::int32_t beatDivision = 1;
+    bool running = false;
+    bool controllable = false;  // whether start, pause and tempo can be set from the page
+};
+
+class StatusSources {
+public:
+    virtual ~StatusSources() = default;
+
+    virtual std::vector<StatusClient> clients() = 0;
+    virtual std::int64_t messagesPerSecond() = 0;
+    virtual std::string lastMessageDescription() = 0;
+    virtual std::vector<StatusOutput> outputs() = 0;
+    virtual StatusClock clock() = 0;
+
+    // Changes, with arguments already checked (a known switchable output, a tempo within
+    // range). Each returns an empty text on success, else the reason it could not be done.
+    virtual std::string setOutputEnabled(const std::string& name, bool on) = 0;
+    virtual std::string setClockRunning(bool running) = 0;
+    virtual std::string setTempo(double bpm) = 0;
+};
+
+}  // namespace havrel
