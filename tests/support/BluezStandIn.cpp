@@ -1,0 +1,588 @@
+#include "support/BluezStandIn.hpp"
+
+#include "backends/bluetooth_bluez/DBusConnectionThread.hpp"
+#include "transport/bluetooth/RNBluetoothPlatform.hpp"
+
+#include <fmt/format.h>
+#include <sdbus-c++/sdbus-c++.h>
+
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+
+extern char** environ;
+
+namespace havrel::testing {
+
+namespace {
+
+constexpr const char* kAdapter = "org.bluez.Adapter1";
+constexpr const char* kDevice = "org.bluez.Device1";
+constexpr const char* kService = "org.bluez.GattService1";
+constexpr const char* kCharacteristic = "org.bluez.GattCharacteristic1";
+constexpr const char* kDescriptor = "org.bluez.GattDescriptor1";
+constexpr const char* kUserDescription = "00002901-0000-1000-8000-00805f9b34fb";
+
+std::string lower(std::string text) {
+    for (auto& character : text) {
+        character = static_cast<char>(std::tolower(static_cast<unsigned char>(character)));
+    }
+    return text;
+}
+
+std::string findProgram(const std::string& name) {
+    const char* path = std::getenv("PATH");
+    std::string folders = path ? path : "/usr/bin:/bin";
+    std::size_t start = 0;
+    while (start <= folders.size()) {
+        const auto end = std::min(folders.find(':', start), folders.size());
+        const auto candidate = std::filesystem::path(folders.substr(start, end - start)) / name;
+        if (::access(candidate.c_str(), X_OK) == 0) {
+            return candidate;
+        }
+        start = end + 1;
+    }
+    return {};
+}
+
+using Options = std::map<std::string, sdbus::Variant>;
+
+}  // namespace
+
+// --- Private bus ---
+
+std::unique_ptr<PrivateBus> PrivateBus::start(std::string& reason) {
+    const std::string daemon = findProgram("dbus-daemon");
+    if (daemon.empty()) {
+        reason = "dbus-daemon is not installed (package dbus)";
+        return nullptr;
+    }
+    char folderTemplate[] = "/tmp/havrel-bus-XXXXXX";
+    if (!::mkdtemp(folderTemplate)) {
+        reason = "no temporary folder";
+        return nullptr;
+    }
+    const std::string folder = folderTemplate;
+    const std::string configuration = folder + "/bus.conf";
+    std::ofstream(configuration) << "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\"\n"
+                                    " \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
+                                    "<busconfig>\n"
+                                    "  <type>session</type>\n"
+                                    "  <listen>unix:path="
+                                 << folder
+                                 << "/socket</listen>\n"
+                                    "  <auth>EXTERNAL</auth>\n"
+                                    "  <policy context=\"default\">\n"
+                                    "    <allow user=\"*\"/>\n"
+                                    "    <allow own=\"*\"/>\n"
+                                    "    <allow send_destination=\"*\" eavesdrop=\"true\"/>\n"
+                                    "    <allow eavesdrop=\"true\"/>\n"
+                                    "  </policy>\n"
+                                    "</busconfig>\n";
+    int output[2];
+    if (::pipe(output) != 0) {
+        reason = "no pipe";
+        std::filesystem::remove_all(folder);
+        return nullptr;
+    }
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, output[1], 1);
+    posix_spawn_file_actions_addclose(&actions, output[0]);
+    const std::string configArgument = "--config-file=" + configuration;
+    std::vector<std::string> arguments = {daemon, configArgument, "--nofork", "--print-address"};
+    std::vector<char*> argv;
+    for (auto& argument : arguments) {
+        argv.push_back(argument.data());
+    }
+    argv.push_back(nullptr);
+    pid_t pid = -1;
+    const int spawned = ::posix_spawn(&pid, daemon.c_str(), &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    ::close(output[1]);
+    if (spawned != 0) {
+        ::close(output[0]);
+        reason = "dbus-daemon did not start";
+        std::filesystem::remove_all(folder);
+        return nullptr;
+    }
+    std::string address;
+    for (;;) {
+        pollfd readable{output[0], POLLIN, 0};
+        if (::poll(&readable, 1, 10'000) <= 0) {
+            break;
+        }
+        char character = 0;
+        if (::read(output[0], &character, 1) != 1 || character == '\n') {
+            break;
+        }
+        address += character;
+    }
+    ::close(output[0]);
+    auto bus = std::make_unique<PrivateBus>(folder, pid, address);
+    if (address.empty()) {
+        reason = "dbus-daemon printed no address";
+        return nullptr;
+    }
+    return bus;
+}
+
+PrivateBus::PrivateBus(std::string folder, int pid, std::string address)
+    : folder_(std::move(folder)), pid_(pid), address_(std::move(address)) {}
+
+PrivateBus::~PrivateBus() {
+    stop();
+    std::error_code ignored;
+    std::filesystem::remove_all(folder_, ignored);
+}
+
+void PrivateBus::stop() {
+    if (pid_ > 0) {
+        ::kill(pid_, SIGTERM);
+        int status = 0;
+        ::waitpid(pid_, &status, 0);
+        pid_ = -1;
+    }
+}
+
+// --- BlueZ ---
+
+struct BluezStandIn::State {
+    struct Adapter {
+        std::string name;
+        std::string path;
+        bool powered = false;
+        bool discovering = false;
+        std::vector<std::string> filterUUIDs;
+        std::string transport;
+        std::unique_ptr<sdbus::IObject> object;
+    };
+    struct Characteristic {
+        std::string uuid;
+        std::string path;
+        Bytes value;
+        bool notifying = false;
+        std::vector<Write> writes;
+        std::unique_ptr<sdbus::IObject> object;
+        std::unique_ptr<sdbus::IObject> descriptor;
+    };
+    struct DeviceState {
+        Device settings;
+        std::string path;
+        bool connected = false;
+        bool resolved = false;
+        std::unique_ptr<sdbus::IObject> object;
+        std::unique_ptr<sdbus::IObject> service;
+        std::vector<Characteristic> characteristics;
+    };
+
+    sdbus::IConnection* connection = nullptr;
+    std::unique_ptr<sdbus::IObject> root;
+    std::map<std::string, Adapter> adapters;
+    std::vector<std::unique_ptr<DeviceState>> devices;
+    std::map<std::string, std::size_t> calls;
+
+    void exportAdapter(Adapter& adapter) {
+        Adapter* self = &adapter;
+        adapter.object = sdbus::createObject(*connection, adapter.path);
+        auto& object = *adapter.object;
+        object.registerProperty("Powered").onInterface(kAdapter).withGetter([self] { return self->powered; }).withSetter(
+            [this, self](const bool& powered) { setPowered(*self, powered); });
+        object.registerProperty("Discovering").onInterface(kAdapter).withGetter([self] { return self->discovering; });
+        object.registerProperty("Address").onInterface(kAdapter).withGetter([self] {
+            return "00:AA:01:00:00:" + self->name.substr(self->name.size() - 1) + "0";
+        });
+        object.registerMethod("SetDiscoveryFilter").onInterface(kAdapter).implementedAs([this, self](const Options& filter) {
+            ++calls["SetDiscoveryFilter"];
+            self->filterUUIDs.clear();
+            self->transport.clear();
+            if (const auto found = filter.find("UUIDs"); found != filter.end()) {
+                self->filterUUIDs = found->second.get<std::vector<std::string>>();
+            }
+            if (const auto found = filter.find("Transport"); found != filter.end()) {
+                self->transport = found->second.get<std::string>();
+            }
+        });
+        object.registerMethod("StartDiscovery").onInterface(kAdapter).implementedAs([this, self] {
+            ++calls["StartDiscovery"];
+            if (!self->powered) {
+                throw sdbus::Error("org.bluez.Error.NotReady", "Resource Not Ready");
+            }
+            self->discovering = true;
+            self->object->emitPropertiesChangedSignal(kAdapter, {"Discovering"});
+            for (const auto& device : devices) {
+                if (device->settings.adapter == self->name) {
+                    advertise(*self, *device);
+                }
+            }
+        });
+        object.registerMethod("StopDiscovery").onInterface(kAdapter).implementedAs([this, self] {
+            ++calls["StopDiscovery"];
+            if (!self->discovering) {
+                throw sdbus::Error("org.bluez.Error.Failed", "No discovery started");
+            }
+            self->discovering = false;
+            self->object->emitPropertiesChangedSignal(kAdapter, {"Discovering"});
+        });
+        object.finishRegistration();
+        object.emitInterfacesAddedSignal();
+    }
+
+    void setPowered(Adapter& adapter, bool powered) {
+        adapter.powered = powered;
+        if (!powered) {
+            adapter.discovering = false;
+        }
+        adapter.object->emitPropertiesChangedSignal(kAdapter, {"Powered", "Discovering"});
+    }
+
+    bool wanted(const Adapter& adapter, const DeviceState& device) const {
+        if (adapter.filterUUIDs.empty()) {
+            return true;
+        }
+        return std::any_of(device.settings.uuids.begin(), device.settings.uuids.end(), [&](const auto& uuid) {
+            return std::find(adapter.filterUUIDs.begin(), adapter.filterUUIDs.end(), lower(uuid)) !=
+                   adapter.filterUUIDs.end();
+        });
+    }
+
+    void advertise(const Adapter& adapter, DeviceState& device) {
+        if (device.connected || !wanted(adapter, device)) {
+            return;
+        }
+        if (device.object) {
+            device.object->emitPropertiesChangedSignal(kDevice, {"RSSI"});
+            return;
+        }
+        DeviceState* self = &device;
+        device.object = sdbus::createObject(*connection, device.path);
+        auto& object = *device.object;
+        object.registerProperty("Address").onInterface(kDevice).withGetter([self] { return self->settings.address; });
+        if (device.settings.name) {
+            object.registerProperty("Name").onInterface(kDevice).withGetter([self] { return *self->settings.name; });
+        }
+        object.registerProperty("Alias").onInterface(kDevice).withGetter([self] {
+            return self->settings.name.value_or(self->settings.address);
+        });
+        object.registerProperty("RSSI").onInterface(kDevice).withGetter([self] { return self->settings.rssi; });
+        object.registerProperty("UUIDs").onInterface(kDevice).withGetter([self] {
+            std::vector<std::string> uuids;
+            for (const auto& uuid : self->settings.uuids) {
+                uuids.push_back(lower(uuid));
+            }
+            return uuids;
+        });
+        object.registerProperty("Connected").onInterface(kDevice).withGetter([self] { return self->connected; });
+        object.registerProperty("ServicesResolved").onInterface(kDevice).withGetter([self] { return self->resolved; });
+        object.registerProperty("Adapter").onInterface(kDevice).withGetter([path = adapter.path] {
+            return sdbus::ObjectPath(path);
+        });
+        object.registerMethod("Connect").onInterface(kDevice).implementedAs([this, self] {
+            ++calls["Connect"];
+            if (self->settings.connectError) {
+                throw sdbus::Error(*self->settings.connectError, "le-connection-abort-by-local");
+            }
+            if (self->connected) {
+                return;
+            }
+            self->connected = true;
+            self->object->emitPropertiesChangedSignal(kDevice, {"Connected"});
+            exportServices(*self);
+            self->resolved = true;
+            self->object->emitPropertiesChangedSignal(kDevice, {"ServicesResolved"});
+        });
+        object.registerMethod("Disconnect").onInterface(kDevice).implementedAs([this, self] {
+            ++calls["Disconnect"];
+            endLink(*self);
+        });
+        object.finishRegistration();
+        object.emitInterfacesAddedSignal();
+    }
+
+    void exportServices(DeviceState& device) {
+        DeviceState* owner = &device;
+        const std::string servicePath = device.path + "/service0010";
+        device.service = sdbus::createObject(*connection, servicePath);
+        device.service->registerProperty("UUID").onInterface(kService).withGetter([] {
+            return lower(kHavrelServiceUUID);
+        });
+        device.service->registerProperty("Device").onInterface(kService).withGetter([owner] {
+            return sdbus::ObjectPath(owner->path);
+        });
+        device.service->registerProperty("Primary").onInterface(kService).withGetter([] { return true; });
+        device.service->finishRegistration();
+        device.service->emitInterfacesAddedSignal();
+        unsigned handle = 0x11;
+        for (auto& characteristic : device.characteristics) {
+            Characteristic* self = &characteristic;
+            characteristic.path = fmt::format("{}/char{:04x}", servicePath, handle);
+            characteristic.object = sdbus::createObject(*connection, characteristic.path);
+            auto& object = *characteristic.object;
+            object.registerProperty("UUID").onInterface(kCharacteristic).withGetter([self] { return lower(self->uuid); });
+            object.registerProperty("Service").onInterface(kCharacteristic).withGetter([servicePath] {
+                return sdbus::ObjectPath(servicePath);
+            });
+            object.registerProperty("Value").onInterface(kCharacteristic).withGetter([self] {
+                return std::vector<std::uint8_t>(self->value.begin(), self->value.end());
+            });
+            object.registerProperty("Notifying").onInterface(kCharacteristic).withGetter([self] { return self->notifying; });
+            object.registerProperty("Flags").onInterface(kCharacteristic).withGetter([] {
+                return std::vector<std::string>{"read", "write-without-response", "write", "notify"};
+            });
+            object.registerProperty("MTU").onInterface(kCharacteristic).withGetter([owner] { return owner->settings.mtu; });
+            object.registerMethod("ReadValue").onInterface(kCharacteristic).implementedAs([this, self](const Options&) {
+                ++calls["ReadValue"];
+                return std::vector<std::uint8_t>(self->value.begin(), self->value.end());
+            });
+            object.registerMethod("WriteValue")
+                .onInterface(kCharacteristic)
+                .implementedAs([this, self](const std::vector<std::uint8_t>& value, const Options& options) {
+                    ++calls["WriteValue"];
+                    Write write{Bytes(value.begin(), value.end()), {}};
+                    if (const auto found = options.find("type"); found != options.end()) {
+                        write.type = found->second.get<std::string>();
+                    }
+                    self->writes.push_back(std::move(write));
+                });
+            object.registerMethod("StartNotify").onInterface(kCharacteristic).implementedAs([this, self] {
+                ++calls["StartNotify"];
+                self->notifying = true;
+                self->object->emitPropertiesChangedSignal(kCharacteristic, {"Notifying"});
+            });
+            object.registerMethod("StopNotify").onInterface(kCharacteristic).implementedAs([this, self] {
+                ++calls["StopNotify"];
+                self->notifying = false;
+                self->object->emitPropertiesChangedSignal(kCharacteristic, {"Notifying"});
+            });
+            object.finishRegistration();
+            object.emitInterfacesAddedSignal();
+
+            const std::string descriptorPath = fmt::format("{}/desc{:04x}", characteristic.path, handle + 1);
+            characteristic.descriptor = sdbus::createObject(*connection, descriptorPath);
+            auto& descriptor = *characteristic.descriptor;
+            descriptor.registerProperty("UUID").onInterface(kDescriptor).withGetter([] { return std::string(kUserDescription); });
+            descriptor.registerProperty("Characteristic").onInterface(kDescriptor).withGetter([self] {
+                return sdbus::ObjectPath(self->path);
+            });
+            descriptor.registerProperty("Value").onInterface(kDescriptor).withGetter([] { return std::vector<std::uint8_t>{}; });
+            descriptor.registerMethod("ReadValue").onInterface(kDescriptor).implementedAs([this, self](const Options&) {
+                ++calls["ReadValue"];
+                return std::vector<std::uint8_t>(self->uuid.begin(), self->uuid.end());
+            });
+            descriptor.finishRegistration();
+            descriptor.emitInterfacesAddedSignal();
+            handle += 3;
+        }
+    }
+
+    void endLink(DeviceState& device) {
+        if (!device.connected) {
+            return;
+        }
+        for (auto& characteristic : device.characteristics) {
+            characteristic.notifying = false;
+            if (characteristic.descriptor) {
+                characteristic.descriptor->emitInterfacesRemovedSignal();
+                characteristic.descriptor.reset();
+            }
+            if (characteristic.object) {
+                characteristic.object->emitInterfacesRemovedSignal();
+                characteristic.object.reset();
+            }
+        }
+        if (device.service) {
+            device.service->emitInterfacesRemovedSignal();
+            device.service.reset();
+        }
+        device.connected = false;
+        device.resolved = false;
+        device.object->emitPropertiesChangedSignal(kDevice, {"ServicesResolved", "Connected"});
+    }
+
+    Characteristic* characteristic(std::size_t device, const std::string& uuid) {
+        if (device >= devices.size()) {
+            return nullptr;
+        }
+        for (auto& characteristic : devices[device]->characteristics) {
+            if (characteristic.uuid == uuid) {
+                return &characteristic;
+            }
+        }
+        return nullptr;
+    }
+};
+
+BluezStandIn::BluezStandIn(const std::string& busAddress)
+    : bus_(DBusConnectionThread::open(busAddress, "org.bluez", nullptr)), state_(std::make_shared<State>()) {
+    auto state = state_;
+    bus_->runAndWait([state](sdbus::IConnection& connection) {
+        state->connection = &connection;
+        state->root = sdbus::createObject(connection, "/");
+        state->root->addObjectManager();
+        state->root->finishRegistration();
+    });
+}
+
+BluezStandIn::~BluezStandIn() {
+    bus_->stop();
+    state_->devices.clear();
+    state_->adapters.clear();
+    state_->root.reset();
+    bus_.reset();
+}
+
+void BluezStandIn::addAdapter(const std::string& name, bool powered) {
+    auto state = state_;
+    bus_->runAndWait([state, name, powered](sdbus::IConnection&) {
+        auto& adapter = state->adapters[name];
+        adapter.name = name;
+        adapter.path = "/org/bluez/" + name;
+        adapter.powered = powered;
+        state->exportAdapter(adapter);
+    });
+}
+
+void BluezStandIn::setPowered(const std::string& adapter, bool powered) {
+    auto state = state_;
+    bus_->runAndWait([state, adapter, powered](sdbus::IConnection&) { state->setPowered(state->adapters.at(adapter), powered); });
+}
+
+bool BluezStandIn::isPowered(const std::string& adapter) const {
+    bool powered = false;
+    auto state = state_;
+    bus_->runAndWait([&](sdbus::IConnection&) { powered = state->adapters.at(adapter).powered; });
+    return powered;
+}
+
+bool BluezStandIn::isDiscovering(const std::string& adapter) const {
+    bool discovering = false;
+    auto state = state_;
+    bus_->runAndWait([&](sdbus::IConnection&) { discovering = state->adapters.at(adapter).discovering; });
+    return discovering;
+}
+
+std::vector<std::string> BluezStandIn::filterUUIDs(const std::string& adapter) const {
+    std::vector<std::string> uuids;
+    auto state = state_;
+    bus_->runAndWait([&](sdbus::IConnection&) { uuids = state->adapters.at(adapter).filterUUIDs; });
+    return uuids;
+}
+
+std::string BluezStandIn::filterTransport(const std::string& adapter) const {
+    std::string transport;
+    auto state = state_;
+    bus_->runAndWait([&](sdbus::IConnection&) { transport = state->adapters.at(adapter).transport; });
+    return transport;
+}
+
+std::size_t BluezStandIn::addDevice(Device device) {
+    if (device.uuids.empty()) {
+        device.uuids = {kHavrelServiceUUID};
+    }
+    if (device.characteristics.empty()) {
+        device.characteristics = {kHavrelOutCharacteristicUUID, kHavrelInCharacteristicUUID,
+                                  kHavrelRealtimeCharacteristicUUID};
+    }
+    std::size_t index = 0;
+    auto state = state_;
+    bus_->runAndWait([&](sdbus::IConnection&) {
+        auto added = std::make_unique<State::DeviceState>();
+        std::string address = device.address;
+        std::replace(address.begin(), address.end(), ':', '_');
+        added->path = "/org/bluez/" + device.adapter + "/dev_" + address;
+        for (const auto& uuid : device.characteristics) {
+            State::Characteristic characteristic;
+            characteristic.uuid = uuid;
+            added->characteristics.push_back(std::move(characteristic));
+        }
+        added->settings = std::move(device);
+        index = state->devices.size();
+        state->devices.push_back(std::move(added));
+        const auto adapter = state->adapters.find(state->devices.back()->settings.adapter);
+        if (adapter != state->adapters.end() && adapter->second.discovering) {
+            state->advertise(adapter->second, *state->devices.back());
+        }
+    });
+    return index;
+}
+
+bool BluezStandIn::isConnected(std::size_t device) const {
+    bool connected = false;
+    auto state = state_;
+    bus_->runAndWait([&](sdbus::IConnection&) { connected = device < state->devices.size() && state->devices[device]->connected; });
+    return connected;
+}
+
+bool BluezStandIn::isSubscribed(std::size_t device, const std::string& characteristicUUID) const {
+    bool subscribed = false;
+    auto state = state_;
+    bus_->runAndWait([&](sdbus::IConnection&) {
+        const auto* found = state->characteristic(device, characteristicUUID);
+        subscribed = found && found->notifying && state->devices[device]->connected;
+    });
+    return subscribed;
+}
+
+bool BluezStandIn::notify(std::size_t device, const std::string& characteristicUUID, const std::vector<Bytes>& values) {
+    bool sent = false;
+    auto state = state_;
+    bus_->runAndWait([&](sdbus::IConnection&) {
+        auto* found = state->characteristic(device, characteristicUUID);
+        if (!found || !found->notifying || !found->object) {
+            return;
+        }
+        for (const auto& value : values) {
+            found->value = value;
+            found->object->emitPropertiesChangedSignal(kCharacteristic, {"Value"});
+        }
+        sent = true;
+    });
+    return sent;
+}
+
+std::vector<BluezStandIn::Write> BluezStandIn::writes(std::size_t device, const std::string& characteristicUUID) const {
+    std::vector<Write> writes;
+    auto state = state_;
+    bus_->runAndWait([&](sdbus::IConnection&) {
+        if (const auto* found = state->characteristic(device, characteristicUUID)) {
+            writes = found->writes;
+        }
+    });
+    return writes;
+}
+
+void BluezStandIn::dropLink(std::size_t device) {
+    auto state = state_;
+    bus_->runAndWait([&](sdbus::IConnection&) { state->endLink(*state->devices.at(device)); });
+}
+
+std::size_t BluezStandIn::callCount(const std::string& method) const {
+    std::size_t count = 0;
+    auto state = state_;
+    bus_->runAndWait([&](sdbus::IConnection&) { count = state->calls[method]; });
+    return count;
+}
+
+void BluezStandIn::sendMalformedDeviceProperty(std::size_t device) {
+    auto state = state_;
+    bus_->runAndWait([&](sdbus::IConnection&) {
+        auto& object = *state->devices.at(device)->object;
+        auto signal = object.createSignal("org.freedesktop.DBus.Properties", "PropertiesChanged");
+        // RSSI as a text and a name far beyond any advertisement.
+        signal << std::string(kDevice)
+               << Options{{"RSSI", sdbus::Variant(std::string("-40"))}, {"Name", sdbus::Variant(std::string(4096, 'x'))}}
+               << std::vector<std::string>{};
+        object.emitSignal(signal);
+    });
+}
+
+}  // namespace havrel::testing
