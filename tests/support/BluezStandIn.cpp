@@ -8,7 +8,7 @@
 
 #include <poll.h>
 #include <signal.h>
-#include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -18,8 +18,6 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
-
-extern char** environ;
 
 namespace havrel::testing {
 
@@ -94,10 +92,6 @@ std::unique_ptr<PrivateBus> PrivateBus::start(std::string& reason) {
         std::filesystem::remove_all(folder);
         return nullptr;
     }
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, output[1], 1);
-    posix_spawn_file_actions_addclose(&actions, output[0]);
     const std::string configArgument = "--config-file=" + configuration;
     std::vector<std::string> arguments = {daemon, configArgument, "--nofork", "--print-address"};
     std::vector<char*> argv;
@@ -105,11 +99,18 @@ std::unique_ptr<PrivateBus> PrivateBus::start(std::string& reason) {
         argv.push_back(argument.data());
     }
     argv.push_back(nullptr);
-    pid_t pid = -1;
-    const int spawned = ::posix_spawn(&pid, daemon.c_str(), &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        // The daemon ends with the test, however the test ends.
+        ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+        ::dup2(output[1], 1);
+        ::close(output[0]);
+        ::close(output[1]);
+        ::execv(daemon.c_str(), argv.data());
+        ::_exit(127);
+    }
     ::close(output[1]);
-    if (spawned != 0) {
+    if (pid < 0) {
         ::close(output[0]);
         reason = "dbus-daemon did not start";
         std::filesystem::remove_all(folder);
@@ -422,13 +423,15 @@ struct BluezStandIn::State {
 };
 
 BluezStandIn::BluezStandIn(const std::string& busAddress)
-    : bus_(DBusConnectionThread::open(busAddress, "org.bluez", nullptr)), state_(std::make_shared<State>()) {
+    : bus_(DBusConnectionThread::open(busAddress, "", nullptr)), state_(std::make_shared<State>()) {
     auto state = state_;
     bus_->runAndWait([state](sdbus::IConnection& connection) {
         state->connection = &connection;
         state->root = sdbus::createObject(connection, "/");
         state->root->addObjectManager();
         state->root->finishRegistration();
+        // The name last, so whoever sees it appear finds the object manager.
+        connection.requestName("org.bluez");
     });
 }
 

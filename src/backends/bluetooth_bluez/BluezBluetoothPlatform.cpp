@@ -481,7 +481,7 @@ struct BluezBluetoothPlatform::BusSide {
                     }
                     auto update = readBluezProperties(interface, changed);
                     toMain(*busPointer, weak, [path, update = std::move(update)](BluezBluetoothPlatform& self) {
-                        self.applyProperties(path, update);
+                        self.applyProperties(path, update, true);
                     });
                 } catch (const sdbus::Error& error) {
                     logf("Bluetooth: dropped an unreadable property signal from BlueZ ({})", error.getMessage());
@@ -790,12 +790,12 @@ void BluezBluetoothPlatform::chooseAdapter() {
         adapterPath_ = chosen;
         powerRequested_ = false;
         discovering_ = false;
-        if (chosen.empty()) {
+    }
+    if (chosen.empty()) {
+        if (!ready_ || state_ != CBManagerStateUnsupported) {
             logf("Bluetooth: BlueZ has no adapter{}; Bluetooth is unsupported",
                  options_.adapter.empty() ? std::string() : " " + options_.adapter);
         }
-    }
-    if (chosen.empty()) {
         setState(CBManagerStateUnsupported);
         return;
     }
@@ -819,7 +819,7 @@ void BluezBluetoothPlatform::chooseAdapter() {
 void BluezBluetoothPlatform::applyObjects(ObjectList objects, bool complete) {
     for (const auto& [path, interfaces] : objects) {
         for (const auto& properties : interfaces) {
-            applyProperties(path, properties);
+            applyProperties(path, properties, false);
         }
     }
     if (complete) {
@@ -827,7 +827,7 @@ void BluezBluetoothPlatform::applyObjects(ObjectList objects, bool complete) {
     }
 }
 
-void BluezBluetoothPlatform::applyProperties(const std::string& path, const BluezProperties& update) {
+void BluezBluetoothPlatform::applyProperties(const std::string& path, const BluezProperties& update, bool changed) {
     if (update.rejected > 0) {
         logf("Bluetooth: ignored {} properties of {} (wrong type or too long)", update.rejected, path);
     }
@@ -860,7 +860,7 @@ void BluezBluetoothPlatform::applyProperties(const std::string& path, const Blue
         break;
     }
     case BluezInterface::characteristic:
-        applyCharacteristic(path, update);
+        applyCharacteristic(path, update, changed);
         break;
     case BluezInterface::descriptor: {
         auto& descriptor = descriptors_[path];
@@ -935,7 +935,8 @@ void BluezBluetoothPlatform::applyDevice(const std::string& path, const BluezPro
     }
 }
 
-void BluezBluetoothPlatform::applyCharacteristic(const std::string& path, const BluezProperties& update) {
+void BluezBluetoothPlatform::applyCharacteristic(const std::string& path, const BluezProperties& update,
+                                                 bool changed) {
     auto& entry = characteristics_[path];
     if (!entry) {
         const auto service = update.owner ? services_.find(*update.owner) : services_.end();
@@ -957,6 +958,10 @@ void BluezBluetoothPlatform::applyCharacteristic(const std::string& path, const 
         return;
     }
     characteristic->setValue(*update.value);
+    // A value that comes with the object is a cached one; only a change is a notification.
+    if (!changed) {
+        return;
+    }
     // The device is the parent of the service's path.
     const auto slash = path.rfind('/');
     const auto serviceSlash = slash == std::string::npos ? slash : path.rfind('/', slash - 1);

@@ -226,13 +226,14 @@ private:
     void busLost(const std::string& reason);
     // Results from the bus thread.
     void applyObjects(std::vector<std::pair<std::string, std::vector<BluezProperties>>> objects, bool complete);
-    void applyProperties(const std::string& path, const BluezProperties& update);
+    // changed: a PropertiesChanged signal rather than the object's appearance.
+    void applyProperties(const std::string& path, const BluezProperties& update, bool changed);
     void applyRemoved(const std::string& path, const std::vector<BluezInterface>& interfaces);
     void bluezGone(const std::string& reason);
     // Every adapter and device is gone, every link ended, every scan over.
     void dropEverything();
     void applyDevice(const std::string& path, const BluezProperties& update);
-    void applyCharacteristic(const std::string& path, const BluezProperties& update);
+    void applyCharacteristic(const std::string& path, const BluezProperties& update, bool changed);
     void chooseAdapter();
     void setState(std::int64_t state);
     std::vector<std::shared_ptr<BluezCentralManager>> liveManagers();
