@@ -17,6 +17,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <map>
 
 namespace havrel::testing {
@@ -53,6 +54,114 @@ std::string findProgram(const std::string& name) {
 }
 
 using Options = std::map<std::string, sdbus::Variant>;
+
+// A characteristic of the Havrel service as a device serves it, from a stand-in device or from
+// a GATT application registered with bluetoothd.
+struct Characteristic {
+    std::string uuid;
+    std::string path;
+    Bytes value;
+    bool notifying = false;
+    std::vector<BluezStandIn::Write> writes;
+    std::unique_ptr<sdbus::IObject> object;
+    std::unique_ptr<sdbus::IObject> descriptor;
+};
+
+// Exports the characteristic under the service with its handle, and a user description
+// descriptor (the UUID text) when asked.
+void exportCharacteristic(sdbus::IConnection& connection, Characteristic& characteristic, const std::string& servicePath,
+                          unsigned handle, std::uint16_t mtu, bool withDescriptor,
+                          std::map<std::string, std::size_t>& calls) {
+    Characteristic* self = &characteristic;
+    auto* counts = &calls;
+    characteristic.path = fmt::format("{}/char{:04x}", servicePath, handle);
+    characteristic.object = sdbus::createObject(connection, characteristic.path);
+    auto& object = *characteristic.object;
+    object.registerProperty("UUID").onInterface(kCharacteristic).withGetter([self] { return lower(self->uuid); });
+    object.registerProperty("Service").onInterface(kCharacteristic).withGetter([servicePath] {
+        return sdbus::ObjectPath(servicePath);
+    });
+    object.registerProperty("Value").onInterface(kCharacteristic).withGetter([self] {
+        return std::vector<std::uint8_t>(self->value.begin(), self->value.end());
+    });
+    object.registerProperty("Notifying").onInterface(kCharacteristic).withGetter([self] { return self->notifying; });
+    object.registerProperty("Flags").onInterface(kCharacteristic).withGetter([] {
+        return std::vector<std::string>{"read", "write-without-response", "write", "notify"};
+    });
+    object.registerProperty("MTU").onInterface(kCharacteristic).withGetter([mtu] { return mtu; });
+    object.registerMethod("ReadValue").onInterface(kCharacteristic).implementedAs([counts, self](const Options&) {
+        ++(*counts)["ReadValue"];
+        return std::vector<std::uint8_t>(self->value.begin(), self->value.end());
+    });
+    object.registerMethod("WriteValue")
+        .onInterface(kCharacteristic)
+        .implementedAs([counts, self](const std::vector<std::uint8_t>& value, const Options& options) {
+            ++(*counts)["WriteValue"];
+            BluezStandIn::Write write{Bytes(value.begin(), value.end()), {}};
+            if (const auto found = options.find("type"); found != options.end()) {
+                write.type = found->second.get<std::string>();
+            }
+            self->writes.push_back(std::move(write));
+        });
+    object.registerMethod("StartNotify").onInterface(kCharacteristic).implementedAs([counts, self] {
+        ++(*counts)["StartNotify"];
+        self->notifying = true;
+        self->object->emitPropertiesChangedSignal(kCharacteristic, {"Notifying"});
+    });
+    object.registerMethod("StopNotify").onInterface(kCharacteristic).implementedAs([counts, self] {
+        ++(*counts)["StopNotify"];
+        self->notifying = false;
+        self->object->emitPropertiesChangedSignal(kCharacteristic, {"Notifying"});
+    });
+    object.finishRegistration();
+    object.emitInterfacesAddedSignal();
+    if (!withDescriptor) {
+        return;
+    }
+    const std::string descriptorPath = fmt::format("{}/desc{:04x}", characteristic.path, handle + 1);
+    characteristic.descriptor = sdbus::createObject(connection, descriptorPath);
+    auto& descriptor = *characteristic.descriptor;
+    descriptor.registerProperty("UUID").onInterface(kDescriptor).withGetter([] { return std::string(kUserDescription); });
+    descriptor.registerProperty("Characteristic").onInterface(kDescriptor).withGetter([self] {
+        return sdbus::ObjectPath(self->path);
+    });
+    descriptor.registerProperty("Value").onInterface(kDescriptor).withGetter([] { return std::vector<std::uint8_t>{}; });
+    descriptor.registerMethod("ReadValue").onInterface(kDescriptor).implementedAs([counts, self](const Options&) {
+        ++(*counts)["ReadValue"];
+        return std::vector<std::uint8_t>(self->uuid.begin(), self->uuid.end());
+    });
+    descriptor.finishRegistration();
+    descriptor.emitInterfacesAddedSignal();
+}
+
+// Sends each value as one notification; false unless the characteristic is subscribed to.
+bool notifyValues(Characteristic* characteristic, const std::vector<Bytes>& values) {
+    if (!characteristic || !characteristic->notifying || !characteristic->object) {
+        return false;
+    }
+    for (const auto& value : values) {
+        characteristic->value = value;
+        characteristic->object->emitPropertiesChangedSignal(kCharacteristic, {"Value"});
+    }
+    return true;
+}
+
+Characteristic* findCharacteristic(std::vector<Characteristic>& characteristics, const std::string& uuid) {
+    for (auto& characteristic : characteristics) {
+        if (characteristic.uuid == uuid) {
+            return &characteristic;
+        }
+    }
+    return nullptr;
+}
+
+std::vector<Characteristic> havrelCharacteristics(const std::vector<std::string>& uuids) {
+    std::vector<Characteristic> characteristics(uuids.size());
+    for (std::size_t index = 0; index < uuids.size(); ++index) {
+        characteristics[index].uuid = uuids[index];
+    }
+    return characteristics;
+}
 
 }  // namespace
 
@@ -166,15 +275,6 @@ struct BluezStandIn::State {
         std::vector<std::string> filterUUIDs;
         std::string transport;
         std::unique_ptr<sdbus::IObject> object;
-    };
-    struct Characteristic {
-        std::string uuid;
-        std::string path;
-        Bytes value;
-        bool notifying = false;
-        std::vector<Write> writes;
-        std::unique_ptr<sdbus::IObject> object;
-        std::unique_ptr<sdbus::IObject> descriptor;
     };
     struct DeviceState {
         Device settings;
@@ -324,63 +424,7 @@ struct BluezStandIn::State {
         device.service->emitInterfacesAddedSignal();
         unsigned handle = 0x11;
         for (auto& characteristic : device.characteristics) {
-            Characteristic* self = &characteristic;
-            characteristic.path = fmt::format("{}/char{:04x}", servicePath, handle);
-            characteristic.object = sdbus::createObject(*connection, characteristic.path);
-            auto& object = *characteristic.object;
-            object.registerProperty("UUID").onInterface(kCharacteristic).withGetter([self] { return lower(self->uuid); });
-            object.registerProperty("Service").onInterface(kCharacteristic).withGetter([servicePath] {
-                return sdbus::ObjectPath(servicePath);
-            });
-            object.registerProperty("Value").onInterface(kCharacteristic).withGetter([self] {
-                return std::vector<std::uint8_t>(self->value.begin(), self->value.end());
-            });
-            object.registerProperty("Notifying").onInterface(kCharacteristic).withGetter([self] { return self->notifying; });
-            object.registerProperty("Flags").onInterface(kCharacteristic).withGetter([] {
-                return std::vector<std::string>{"read", "write-without-response", "write", "notify"};
-            });
-            object.registerProperty("MTU").onInterface(kCharacteristic).withGetter([owner] { return owner->settings.mtu; });
-            object.registerMethod("ReadValue").onInterface(kCharacteristic).implementedAs([this, self](const Options&) {
-                ++calls["ReadValue"];
-                return std::vector<std::uint8_t>(self->value.begin(), self->value.end());
-            });
-            object.registerMethod("WriteValue")
-                .onInterface(kCharacteristic)
-                .implementedAs([this, self](const std::vector<std::uint8_t>& value, const Options& options) {
-                    ++calls["WriteValue"];
-                    Write write{Bytes(value.begin(), value.end()), {}};
-                    if (const auto found = options.find("type"); found != options.end()) {
-                        write.type = found->second.get<std::string>();
-                    }
-                    self->writes.push_back(std::move(write));
-                });
-            object.registerMethod("StartNotify").onInterface(kCharacteristic).implementedAs([this, self] {
-                ++calls["StartNotify"];
-                self->notifying = true;
-                self->object->emitPropertiesChangedSignal(kCharacteristic, {"Notifying"});
-            });
-            object.registerMethod("StopNotify").onInterface(kCharacteristic).implementedAs([this, self] {
-                ++calls["StopNotify"];
-                self->notifying = false;
-                self->object->emitPropertiesChangedSignal(kCharacteristic, {"Notifying"});
-            });
-            object.finishRegistration();
-            object.emitInterfacesAddedSignal();
-
-            const std::string descriptorPath = fmt::format("{}/desc{:04x}", characteristic.path, handle + 1);
-            characteristic.descriptor = sdbus::createObject(*connection, descriptorPath);
-            auto& descriptor = *characteristic.descriptor;
-            descriptor.registerProperty("UUID").onInterface(kDescriptor).withGetter([] { return std::string(kUserDescription); });
-            descriptor.registerProperty("Characteristic").onInterface(kDescriptor).withGetter([self] {
-                return sdbus::ObjectPath(self->path);
-            });
-            descriptor.registerProperty("Value").onInterface(kDescriptor).withGetter([] { return std::vector<std::uint8_t>{}; });
-            descriptor.registerMethod("ReadValue").onInterface(kDescriptor).implementedAs([this, self](const Options&) {
-                ++calls["ReadValue"];
-                return std::vector<std::uint8_t>(self->uuid.begin(), self->uuid.end());
-            });
-            descriptor.finishRegistration();
-            descriptor.emitInterfacesAddedSignal();
+            exportCharacteristic(*connection, characteristic, servicePath, handle, owner->settings.mtu, true, calls);
             handle += 3;
         }
     }
@@ -410,15 +454,7 @@ struct BluezStandIn::State {
     }
 
     Characteristic* characteristic(std::size_t device, const std::string& uuid) {
-        if (device >= devices.size()) {
-            return nullptr;
-        }
-        for (auto& characteristic : devices[device]->characteristics) {
-            if (characteristic.uuid == uuid) {
-                return &characteristic;
-            }
-        }
-        return nullptr;
+        return device < devices.size() ? findCharacteristic(devices[device]->characteristics, uuid) : nullptr;
     }
 };
 
@@ -502,11 +538,7 @@ std::size_t BluezStandIn::addDevice(Device device) {
         std::string address = device.address;
         std::replace(address.begin(), address.end(), ':', '_');
         added->path = "/org/bluez/" + device.adapter + "/dev_" + address;
-        for (const auto& uuid : device.characteristics) {
-            State::Characteristic characteristic;
-            characteristic.uuid = uuid;
-            added->characteristics.push_back(std::move(characteristic));
-        }
+        added->characteristics = havrelCharacteristics(device.characteristics);
         added->settings = std::move(device);
         index = state->devices.size();
         state->devices.push_back(std::move(added));
@@ -538,17 +570,7 @@ bool BluezStandIn::isSubscribed(std::size_t device, const std::string& character
 bool BluezStandIn::notify(std::size_t device, const std::string& characteristicUUID, const std::vector<Bytes>& values) {
     bool sent = false;
     auto state = state_;
-    bus_->runAndWait([&](sdbus::IConnection&) {
-        auto* found = state->characteristic(device, characteristicUUID);
-        if (!found || !found->notifying || !found->object) {
-            return;
-        }
-        for (const auto& value : values) {
-            found->value = value;
-            found->object->emitPropertiesChangedSignal(kCharacteristic, {"Value"});
-        }
-        sent = true;
-    });
+    bus_->runAndWait([&](sdbus::IConnection&) { sent = notifyValues(state->characteristic(device, characteristicUUID), values); });
     return sent;
 }
 
@@ -586,6 +608,93 @@ void BluezStandIn::sendMalformedDeviceProperty(std::size_t device) {
                << std::vector<std::string>{};
         object.emitSignal(signal);
     });
+}
+
+// --- A GATT application served through bluetoothd ---
+
+struct GattApplication::State {
+    std::unique_ptr<sdbus::IObject> root;
+    std::unique_ptr<sdbus::IObject> service;
+    std::unique_ptr<sdbus::IProxy> manager;
+    std::vector<Characteristic> characteristics = havrelCharacteristics(
+        {kHavrelOutCharacteristicUUID, kHavrelInCharacteristicUUID, kHavrelRealtimeCharacteristicUUID});
+    std::map<std::string, std::size_t> calls;
+};
+
+GattApplication::GattApplication(const std::string& busAddress, const std::string& adapter)
+    : bus_(DBusConnectionThread::open(busAddress, "", nullptr)), state_(std::make_shared<State>()) {
+    constexpr const char* kRoot = "/com/havrelapps/test";
+    const std::string servicePath = std::string(kRoot) + "/service0";
+    auto registered = std::make_shared<std::promise<std::string>>();
+    auto state = state_;
+    bus_->runAndWait([state, servicePath, adapter, registered, kRoot](sdbus::IConnection& connection) {
+        state->root = sdbus::createObject(connection, kRoot);
+        state->root->addObjectManager();
+        state->root->finishRegistration();
+        state->service = sdbus::createObject(connection, servicePath);
+        state->service->registerProperty("UUID").onInterface(kService).withGetter([] { return lower(kHavrelServiceUUID); });
+        state->service->registerProperty("Primary").onInterface(kService).withGetter([] { return true; });
+        state->service->finishRegistration();
+        unsigned handle = 1;
+        for (auto& characteristic : state->characteristics) {
+            exportCharacteristic(connection, characteristic, servicePath, handle++, 23, false, state->calls);
+        }
+        // bluetoothd reads the application back while the call is open: the reply comes
+        // asynchronously, with this thread free to answer it.
+        state->manager = sdbus::createProxy(connection, "org.bluez", "/org/bluez/" + adapter);
+        state->manager->callMethodAsync("RegisterApplication")
+            .onInterface("org.bluez.GattManager1")
+            .withArguments(sdbus::ObjectPath(kRoot), Options{})
+            .uponReplyInvoke([registered](const sdbus::Error* error) {
+                registered->set_value(error ? error->getName() + ": " + error->getMessage() : std::string());
+            });
+    });
+    auto answer = registered->get_future();
+    if (answer.wait_for(std::chrono::seconds(30)) != std::future_status::ready) {
+        throw sdbus::Error("org.freedesktop.DBus.Error.Timeout", "RegisterApplication got no answer");
+    }
+    if (const auto failure = answer.get(); !failure.empty()) {
+        throw sdbus::Error("org.bluez.Error.Failed", failure);
+    }
+}
+
+GattApplication::~GattApplication() {
+    bus_->stop();
+    state_->manager.reset();
+    state_->characteristics.clear();
+    state_->service.reset();
+    state_->root.reset();
+    bus_.reset();
+}
+
+bool GattApplication::isSubscribed(const std::string& characteristicUUID) const {
+    bool subscribed = false;
+    auto state = state_;
+    bus_->runAndWait([&](sdbus::IConnection&) {
+        const auto* found = findCharacteristic(state->characteristics, characteristicUUID);
+        subscribed = found && found->notifying;
+    });
+    return subscribed;
+}
+
+bool GattApplication::notify(const std::string& characteristicUUID, const std::vector<Bytes>& values) {
+    bool sent = false;
+    auto state = state_;
+    bus_->runAndWait([&](sdbus::IConnection&) {
+        sent = notifyValues(findCharacteristic(state->characteristics, characteristicUUID), values);
+    });
+    return sent;
+}
+
+std::vector<BluezStandIn::Write> GattApplication::writes(const std::string& characteristicUUID) const {
+    std::vector<BluezStandIn::Write> writes;
+    auto state = state_;
+    bus_->runAndWait([&](sdbus::IConnection&) {
+        if (const auto* found = findCharacteristic(state->characteristics, characteristicUUID)) {
+            writes = found->writes;
+        }
+    });
+    return writes;
 }
 
 }  // namespace havrel::testing

@@ -104,4 +104,26 @@ private:
     std::shared_ptr<State> state_;
 };
 
+// The Havrel service as a GATT application of the test's own, registered with a real bluetoothd
+// on one of its adapters (GattManager1.RegisterApplication): a central connected to that
+// adapter finds the service there. Its characteristics behave as a stand-in device's.
+class GattApplication {
+public:
+    // Connects to the bus (empty: the system bus), exports the application and registers it
+    // with the adapter. Throws sdbus::Error when bluetoothd refuses it or does not answer.
+    GattApplication(const std::string& busAddress, const std::string& adapter);
+    ~GattApplication();
+    GattApplication(const GattApplication&) = delete;
+    GattApplication& operator=(const GattApplication&) = delete;
+
+    bool isSubscribed(const std::string& characteristicUUID) const;
+    bool notify(const std::string& characteristicUUID, const std::vector<Bytes>& values);
+    std::vector<BluezStandIn::Write> writes(const std::string& characteristicUUID) const;
+
+private:
+    struct State;
+    std::unique_ptr<DBusConnectionThread> bus_;
+    std::shared_ptr<State> state_;
+};
+
 }  // namespace havrel::testing
