@@ -1,5 +1,6 @@
 #include "backends/bluetooth_bluez/DBusConnectionThread.hpp"
 
+#include "platform/Assert.hpp"
 #include "platform/Log.hpp"
 
 #include <poll.h>
@@ -65,6 +66,8 @@ void DBusConnectionThread::post(Work work) {
 }
 
 bool DBusConnectionThread::runAndWait(Work work) {
+    // Waiting on itself would never end.
+    HV_ASSERT(!isCurrent());
     auto done = std::make_shared<std::promise<bool>>();
     auto result = done->get_future();
     post([done, work = std::move(work)](sdbus::IConnection& connection) {
