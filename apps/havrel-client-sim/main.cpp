@@ -1,13 +1,17 @@
 // havrel-client-sim: plays a client device for demos and whole-program tests. Listens on
 // 127.0.0.1:<port> as a client app does on its USB tunnel, introduces itself to the Central that
-// connects, sends its configuration and performs a script of gestures.
+// connects, sends its configuration and performs a script of gestures. With --bluetooth it plays
+// the same over the simulated radio to a Central in its own process, whose MIDI out it prints.
 
+#include "havrel-client-sim/HVSimBluetoothHost.hpp"
+#include "havrel-client-sim/HVSimBluetoothSession.hpp"
 #include "havrel-client-sim/HVSimError.hpp"
 #include "havrel-client-sim/HVSimHandshake.hpp"
 #include "havrel-client-sim/HVSimPerformance.hpp"
 #include "havrel-client-sim/HVSimScript.hpp"
 #include "havrel-client-sim/HVSimSession.hpp"
 #include "havrel-client-sim/HVSimSurface.hpp"
+#include "platform/DefaultsStore.hpp"
 #include "platform/MainQueue.hpp"
 
 #include <CLI/CLI.hpp>
@@ -17,6 +21,7 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -38,6 +43,9 @@ struct Options {
     double rate = 100.0;
     double timeout = 30.0;
     bool printScript = false;
+    bool bluetooth = false;
+    std::string product = "Havrel";
+    std::string configDir;
 };
 
 void printError(const std::string& message) {
@@ -110,6 +118,43 @@ Prepared prepare(const Options& options) {
     return prepared;
 }
 
+// The Central's MIDI print and the client's own lines share stdout, one whole line at a time.
+void printLine(const std::string& line) {
+    static std::mutex mutex;
+    std::lock_guard lock(mutex);
+    std::cout << line << std::endl;
+}
+
+int runOverTheRadio(const Options& options, HVSimSession::Settings prepared) {
+    HVSimBluetoothSession::Settings settings;
+    settings.identity = options.identity;
+    settings.syncPayload = std::move(prepared.syncPayload);
+    settings.frames = std::move(prepared.frames);
+    settings.duration = prepared.duration;
+    settings.connectTimeout = prepared.connectTimeout;
+
+    if (!options.configDir.empty()) {
+        DefaultsStore::setStandard(
+            std::make_shared<DefaultsStore>(std::filesystem::path(options.configDir) / "defaults.json"));
+    }
+    int exitCode = kHVSimExitFailed;
+    auto radio = SimulatedBluetoothRadio::create();
+    auto host = HVSimBluetoothHost::start(radio, options.product, printLine);
+    auto session = HVSimBluetoothSession::create(
+        radio, std::move(settings), printLine,
+        [](const std::string& line) { std::cerr << kProgram << ": " << line << std::endl; },
+        [&exitCode](int code) {
+            exitCode = code;
+            MainQueue::shared().stop();
+        });
+    MainQueue::shared().post([session] { session->start(); });
+    MainQueue::shared().run();
+    // What is still on its way out of the Central leaves before it shuts down.
+    MainQueue::shared().runFor(std::chrono::milliseconds(100));
+    host.reset();
+    return exitCode;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -133,6 +178,13 @@ int main(int argc, char** argv) {
         ->check(CLI::Range(0.1, 86400.0))
         ->capture_default_str();
     app.add_flag("--print-script", options.printScript, "Print the script that would be performed and exit");
+    app.add_flag("--bluetooth", options.bluetooth,
+                 "Play over the simulated radio to a Central in this process, and print its MIDI out on stdout");
+    app.add_option("--central-product", options.product,
+                   "With --bluetooth: the product name of that Central (its output is \"<name> Output\")")
+        ->capture_default_str();
+    app.add_option("--config-dir", options.configDir,
+                   "With --bluetooth: folder of that Central's defaults store (default: the XDG config folder)");
     app.set_version_flag("--version", kVersion);
     try {
         app.parse(argc, argv);
@@ -162,6 +214,9 @@ int main(int argc, char** argv) {
     }
 
     int exitCode = kHVSimExitFailed;
+    if (options.bluetooth) {
+        return runOverTheRadio(options, std::move(prepared.settings));
+    }
     auto session = HVSimSession::create(
         std::move(prepared.settings), [](const std::string& line) { std::cout << line << std::endl; },
         [](const std::string& line) { std::cerr << kProgram << ": " << line << std::endl; },

@@ -14,6 +14,8 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <regex>
 
 namespace havrel::testing {
@@ -204,6 +206,40 @@ TEST_F(ProgramsTest, SIGTERMDuringTrafficExitsCleanlyAndLeavesNoProcess) {
     // The client sees the Central go away and ends with its own status for that.
     EXPECT_EQ(client->wait(seconds(10)), 3) << client->err();
     EXPECT_NE(::kill(host->pid(), 0), 0);
+}
+
+TEST_F(ProgramsTest, AScriptPlayedOverTheSimulatedRadioLeavesTheCentralAsMIDI) {
+    Process client(HAVREL_CLIENT_SIM_PROGRAM,
+                   {"--bluetooth", "--config-dir", (folder_ / "config").string(), "--do",
+                    "set fader 0.5; set program 1; midi 90 3C 64; wait 0.3"},
+                   folder_, "bluetooth");
+    ASSERT_EQ(client.wait(seconds(60)), 0) << client.err();
+    std::vector<std::string> midi;
+    bool centralInfo = false;
+    for (const auto& line : client.outLines()) {
+        if (line.starts_with("midi-out ")) {
+            midi.push_back(line);
+        } else {
+            centralInfo |= line.starts_with("central-info {\"apiVersion\":\"2.1\"");
+        }
+    }
+    EXPECT_TRUE(centralInfo) << client.out();
+    // Range commands take a turn of the Central's main queue that pure MIDI does not: compare
+    // without order.
+    std::sort(midi.begin(), midi.end());
+    EXPECT_EQ(midi, (std::vector<std::string>{
+                        "midi-out \"Havrel Output\" ump=40903C00 C9240000 midi1=90 3C 64",
+                        "midi-out \"Havrel Output\" ump=40B00700 7E000000 midi1=B0 07 3F",
+                        "midi-out \"Havrel Output\" ump=40C00000 7F000000 midi1=C0 7F",
+                    }))
+        << client.err();
+    // The client left by asking the Central to disconnect, and the Central let the link go.
+    EXPECT_NE(client.err().find("did disconnect peripheral"), std::string::npos) << client.err();
+    EXPECT_NE(client.err().find("havrel-client-sim: script done\n"), std::string::npos) << client.err();
+    // The connection marker went to the folder given, not the user's own.
+    std::ifstream defaults(folder_ / "config" / "defaults.json");
+    const std::string stored((std::istreambuf_iterator<char>(defaults)), std::istreambuf_iterator<char>());
+    EXPECT_NE(stored.find("com.havrelapps.handoff.lastConnectedAt"), std::string::npos);
 }
 
 }  // namespace

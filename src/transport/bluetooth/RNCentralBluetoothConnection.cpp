@@ -2,6 +2,7 @@
 
 #include "central/HVStringOperations.hpp"
 #include "central/RNCentral.hpp"
+#include "model/HVDictionaryReading.hpp"
 #include "platform/HostPrompts.hpp"
 #include "platform/Log.hpp"
 #include "transport/bluetooth/RNBluetoothPlatform.hpp"
@@ -141,12 +142,11 @@ void RNCentralBluetoothConnection::didReceiveSceneSyncData(ByteView data) {
 }
 
 void RNCentralBluetoothConnection::handleClientData(ByteView data) {
-    Dictionary dictionary;
-    try {
-        // Any JSON value parses; only an object describes a client.
-        dictionary = Dictionary::parse(data.begin(), data.end());
-    } catch (const Dictionary::parse_error& error) {
-        logf("client handshake JSON was malformed ({}) \u2014 connection cannot complete", error.what());
+    // Any JSON value parses; only an object describes a client.
+    std::string error;
+    const Dictionary dictionary = parseJSONFromOutside(data, "client handshake", &error);
+    if (dictionary.is_discarded()) {
+        logf("client handshake JSON was malformed ({}) \u2014 connection cannot complete", error);
         return;
     }
     if (!dictionary.is_object()) {

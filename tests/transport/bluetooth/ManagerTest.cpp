@@ -272,6 +272,27 @@ TEST_F(ManagerTest, RefusedConnectsAndAnUnreadableHandshakeReportWhatHappened) {
     ASSERT_EQ(failures.size(), 2u);
     EXPECT_EQ(failures[1].diagnostic, "Connection refused");
 
+    // The refused connection stays known until a reset: the host can try it again.
+    refusing->settings().connectionAnswer = SimulatedPeripheral::ConnectionAnswer::accept;
+    manager->retrievePeripherals();
+    EXPECT_TRUE(manager->hasConnectionTimeout());
+    clock.advance(0ms);
+    EXPECT_EQ(refusing->state(), CBPeripheralStateConnected);
+    manager->reset();
+    clock.advance(0ms);
+    manager->retrievePeripherals();
+    clock.advance(0ms);
+    EXPECT_EQ(refusing->state(), CBPeripheralStateDisconnected);
+    // Peripherals the platform hands back are connected to without a time-out.
+    manager->centralManagerDidRetrievePeripherals({refusing});
+    EXPECT_EQ(capture.count("Retrieved peripheral: 1 - (<peripheral \"\" "), 1u);
+    EXPECT_FALSE(manager->hasConnectionTimeout());
+    clock.advance(0ms);
+    EXPECT_EQ(refusing->state(), CBPeripheralStateConnected);
+    manager->reset();
+    clock.advance(0ms);
+    refusing->settings().connectionAnswer = SimulatedPeripheral::ConnectionAnswer::refuse;
+
     // A handshake that is no JSON: one line, no client, the time-out ends the link.
     refusing->stopAdvertising();
     manager->reset();
