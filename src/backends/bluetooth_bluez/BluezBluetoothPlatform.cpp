@@ -303,14 +303,6 @@ void BluezCentralManager::connectPeripheral(const std::shared_ptr<RNBluetoothPer
     }
     target->known = true;
     target->manager = weak_from_this();
-    if (target->properties().connected.value_or(false)) {
-        // Another program of this machine holds the link already.
-        target->setState(CBPeripheralStateConnected);
-        deliver([peripheral](RNBluetoothCentralManagerDelegate& delegate) {
-            delegate.centralManagerDidConnectPeripheral(peripheral);
-        });
-        return;
-    }
     target->setState(CBPeripheralStateConnecting);
     std::weak_ptr<BluezPeripheral> weakTarget = target;
     std::weak_ptr<BluezCentralManager> weakSelf = weak_from_this();
@@ -323,7 +315,8 @@ void BluezCentralManager::connectPeripheral(const std::shared_ptr<RNBluetoothPer
                            return;
                        }
                        std::shared_ptr<RNBluetoothPeripheral> answered = connecting;
-                       if (error) {
+                       // A link another program of this machine holds already is ours too.
+                       if (error && error->domain != "org.bluez.Error.AlreadyConnected") {
                            connecting->setState(CBPeripheralStateDisconnected);
                            connecting->manager.reset();
                            self->report([&](RNBluetoothCentralManagerDelegate& delegate) {
@@ -344,8 +337,15 @@ void BluezCentralManager::cancelPeripheralConnection(const std::shared_ptr<RNBlu
     if (!platform || !target || target->state() == CBPeripheralStateDisconnected) {
         return;
     }
+    // Until BlueZ answers, its word that the link is down is about this disconnect, not a
+    // connect made after it.
+    ++target->pendingDisconnects;
+    std::weak_ptr<BluezPeripheral> weakTarget = target;
     platform->call(target->path(), kBluezDeviceInterface, "Disconnect", nullptr, false,
-                   [](const RNBluetoothOptionalError& error, const Bytes&) {
+                   [weakTarget](const RNBluetoothOptionalError& error, const Bytes&) {
+                       if (auto disconnected = weakTarget.lock()) {
+                           --disconnected->pendingDisconnects;
+                       }
                        if (error) {
                            logDiagf("Bluetooth: disconnect failed: {}", error->description);
                        }
@@ -911,7 +911,8 @@ void BluezBluetoothPlatform::applyDevice(const std::string& path, const BluezPro
                     target.centralManagerDidConnectPeripheral(connected);
                 });
             }
-        } else if (!*update.connected && peripheral->state() != CBPeripheralStateDisconnected) {
+        } else if (!*update.connected && peripheral->state() != CBPeripheralStateDisconnected &&
+                   peripheral->pendingDisconnects == 0) {
             linkEnded(peripheral, peripheral->state() == CBPeripheralStateDisconnecting
                                       ? RNBluetoothOptionalError()
                                       : RNBluetoothOptionalError(disconnectedError()));

@@ -120,6 +120,8 @@ public:
     bool present = true;
     // Sighted or connected once: kept when BlueZ drops the object, so it stays the same object.
     bool known = false;
+    // Disconnect calls not answered yet.
+    int pendingDisconnects = 0;
     // Reported itself since the discovery under way began.
     bool seenInDiscovery = false;
     std::vector<std::shared_ptr<BluezService>> bluezServices;
