@@ -343,7 +343,7 @@ void BluezCentralManager::cancelPeripheralConnection(const std::shared_ptr<RNBlu
     std::weak_ptr<BluezPeripheral> weakTarget = target;
     platform->call(target->path(), kBluezDeviceInterface, "Disconnect", nullptr, false,
                    [weakTarget](const RNBluetoothOptionalError& error, const Bytes&) {
-                       if (auto disconnected = weakTarget.lock()) {
+                       if (auto disconnected = weakTarget.lock(); disconnected && disconnected->pendingDisconnects > 0) {
                            --disconnected->pendingDisconnects;
                        }
                        if (error) {
@@ -735,6 +735,8 @@ void BluezBluetoothPlatform::dropEverything() {
     for (const auto& [path, device] : devices) {
         device->present = false;
         device->seenInDiscovery = false;
+        // Calls still open are lost with BlueZ or the bus.
+        device->pendingDisconnects = 0;
         if (device->state() != CBPeripheralStateDisconnected) {
             linkEnded(device, disconnectedError());
         }
