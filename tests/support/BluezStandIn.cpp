@@ -597,7 +597,7 @@ std::size_t BluezStandIn::callCount(const std::string& method) const {
     return count;
 }
 
-void BluezStandIn::sendMalformedDeviceProperty(std::size_t device) {
+void BluezStandIn::sendMalformedSignals(std::size_t device) {
     auto state = state_;
     bus_->runAndWait([&](sdbus::IConnection&) {
         auto& object = *state->devices.at(device)->object;
@@ -607,6 +607,10 @@ void BluezStandIn::sendMalformedDeviceProperty(std::size_t device) {
                << Options{{"RSSI", sdbus::Variant(std::string("-40"))}, {"Name", sdbus::Variant(std::string(4096, 'x'))}}
                << std::vector<std::string>{};
         object.emitSignal(signal);
+        // A text where the object path belongs.
+        auto added = state->root->createSignal("org.freedesktop.DBus.ObjectManager", "InterfacesAdded");
+        added << std::string("not a path") << std::map<std::string, Options>{};
+        state->root->emitSignal(added);
     });
 }
 

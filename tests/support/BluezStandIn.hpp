@@ -95,8 +95,9 @@ public:
     void dropLink(std::size_t device);
     // How often a method was called on any object ("Connect", "StartDiscovery", ...).
     std::size_t callCount(const std::string& method) const;
-    // Sends a PropertiesChanged of the device's interface with a property of the wrong type.
-    void sendMalformedDeviceProperty(std::size_t device);
+    // Sends a PropertiesChanged of the device's interface with properties of the wrong type or
+    // size, and an InterfacesAdded whose arguments are not the signal's.
+    void sendMalformedSignals(std::size_t device);
 
 private:
     struct State;

@@ -294,10 +294,12 @@ TEST_F(BluezBackendTest, RefusedConnectsWriteKindsAndMalformedSignals) {
     EXPECT_EQ(delegate_->events[2], "value x");
     EXPECT_EQ(delegate_->events[3], "value y");
 
-    // A property of the wrong type is dropped with one line; the device stays as it was.
+    // Properties of the wrong type or size are dropped with one line, a signal that cannot be
+    // read with another; the device stays as it was.
     ScopedLogCapture capture;
-    bluez_->sendMalformedDeviceProperty(1);
+    bluez_->sendMalformedSignals(1);
     ASSERT_TRUE(waitFor([&] { return capture.count("Bluetooth: ignored 2 properties of") == 1; }));
+    ASSERT_TRUE(waitFor([&] { return capture.count("Bluetooth: dropped an unreadable object signal") == 1; }));
     EXPECT_EQ(peripheral->state(), CBPeripheralStateConnected);
     EXPECT_EQ(peripheral->identifier(), "C0:FF:EE:00:00:03");
 }
