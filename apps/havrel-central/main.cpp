@@ -20,7 +20,10 @@
 #include "platform/Log.hpp"
 #include "platform/MIDILibraryServices.hpp"
 #include "platform/MainQueue.hpp"
+#include "platform/Timer.hpp"
+#include "transport/bluetooth/RNCentralBluetoothManager.hpp"
 #include "transport/usb/HVCentralUSBManager.hpp"
+#include "backends/bluetooth_bluez/BluezBluetoothPlatform.hpp"
 #include "CoreStatusSources.hpp"
 #include "StatusService.hpp"
 
@@ -50,7 +53,36 @@ struct Options {
     std::uint16_t statusPort = 4700;
     bool statusControl = false;
     bool hardwareMIDI = false;
+    bool noBluetooth = false;
+    std::string bluetoothAdapter;
 };
+
+// Bluetooth through BlueZ where the system bus has it with an adapter; otherwise one line says
+// the host runs without. The transport only scans when asked: while the radio is on and no link
+// is up or being made, the host asks again each second.
+std::shared_ptr<havrel::Timer> startBluetooth(const Options& options) {
+    using namespace havrel;
+    if (options.noBluetooth) {
+        std::cerr << "havrel-central: running without Bluetooth (--no-bluetooth)\n";
+        return nullptr;
+    }
+    BluezBluetoothPlatform::Options bluez;
+    bluez.adapter = options.bluetoothAdapter;
+    std::string reason;
+    if (!BluezBluetoothPlatform::hasAdapter(bluez, std::chrono::seconds(2), reason)) {
+        std::cerr << "havrel-central: running without Bluetooth (" << reason << ")\n";
+        return nullptr;
+    }
+    std::cerr << "havrel-central: Bluetooth through BlueZ\n";
+    RNBluetoothPlatform::setShared(BluezBluetoothPlatform::create(bluez));
+    return Timer::scheduled(MainQueue::shared(), std::chrono::seconds(1), true, [] {
+        const auto bluetooth = RNCentralBluetoothManager::sharedInstance();
+        if (bluetooth && bluetooth->bluetoothPowerOn() && !bluetooth->isScanning() &&
+            bluetooth->bluetoothConnections().empty()) {
+            bluetooth->scan();
+        }
+    });
+}
 
 // The MIDI backend to use, with the reason, on one stderr line.
 // The backend to run on, with one line on standard error saying which and why: the one asked
@@ -97,6 +129,8 @@ int main(int argc, char** argv) {
     app.add_option("--local-port", options.localPort, "port of the local path on 127.0.0.1")->capture_default_str();
     app.add_flag("--print-midi", options.printMIDI, "print every message leaving through the virtual output on stdout");
     app.add_option("--config-dir", options.configDir, "folder of the defaults store (default: the XDG config folder)");
+    app.add_flag("--no-bluetooth", options.noBluetooth, "do not use Bluetooth");
+    app.add_option("--bluetooth-adapter", options.bluetoothAdapter, "the BlueZ adapter to use, such as hci0 (default: the first)");
     app.add_option("--log-level", options.logLevel, "quiet, info or diag")
         ->check(CLI::IsMember({"quiet", "info", "diag"}))
         ->capture_default_str();
@@ -145,6 +179,7 @@ int main(int argc, char** argv) {
     usbOptions.localPort = options.localPort;
     usbOptions.useUSBHub = !options.noUsbmux;
     HVCentralUSBManager::instantiateWithProductToSendOut(options.product, kVersion, usbOptions);
+    auto bluetoothScanner = startBluetooth(options);
     HavrelCoreBaseMac::instantiateWithProductToSendOut(options.product, kVersion, kAPIVersion);
 
     auto configuration = HVConnectionTypeConfiguration::defaultConfiguration();
@@ -189,9 +224,14 @@ int main(int argc, char** argv) {
 
     // Orderly shutdown: sockets closed, endpoints disposed of, the defaults store written.
     signals.cancel();
+    if (bluetoothScanner) {
+        bluetoothScanner->invalidate();
+    }
     monitor.reset();
     status.reset();
     HVCentralUSBManager::resetShared();
+    RNCentralBluetoothManager::resetShared();
+    RNBluetoothPlatform::setShared(nullptr);
     midi->stopTimers();
     if (midi->midiManager()) {
         midi->midiManager()->removeAll();

@@ -3,156 +3,27 @@
 // another application on the loopback MIDI server; the same device also on USB (the local path)
 // mutes its Bluetooth link until USB leaves.
 
-#include "midi_service/MIDIServiceFixture.hpp"
-#include "transport/usb/FakeClientDevice.hpp"
-#include "TransportScope.hpp"
+#include "BluetoothSessionFixture.hpp"
 
 #include "backends/bluetooth_simulated/SimulatedBluetoothRadio.hpp"
-#include "central/HVEncodedRangeCommand.hpp"
-#include "central/HVTransmissionManager.hpp"
 #include "central/RNBluetoothMIDICommandPure.hpp"
 #include "central/RNCentral.hpp"
 #include "central/RNClient.hpp"
-#include "core/HVCentralConnectionManager.hpp"
-#include "core/HavrelCoreBaseMac.hpp"
-#include "midi_service/HVMIDIManager.hpp"
-#include "model/HVDataHelpers.hpp"
-#include "model/HVEncodedConfiguration.hpp"
-#include "model/HVMidiAxisDataWrapper.hpp"
-#include "model/HVMidiRangeContainer.hpp"
-#include "platform/DefaultsStore.hpp"
-#include "platform/HostPrompts.hpp"
 #include "platform/Log.hpp"
 #include "platform/PropertyList.hpp"
-#include "transport/bluetooth/RNCentralBluetoothManager.hpp"
-#include "transport/usb/HVCentralUSBManager.hpp"
 
 #include <gtest/gtest.h>
-
-#include <filesystem>
 
 namespace havrel {
 namespace {
 
-using havrel::testing::FakeClientDevice;
+using namespace havrel::testing;
 using MIDICore::MIDIEvent;
 using namespace std::chrono_literals;
 
-constexpr const char* kProduct = "havrel-test";
-
-// A document with one fader: wrapper 1, axis 0, the controller on channel 1.
-Bytes faderDocument(std::uint8_t controller) {
-    auto axis = HVMidiAxisData::create();
-    axis->addRangeContainer(HVMidiRangeContainer::containerWithDefaultValuesAndChannel(1, controller, false));
-    auto wrapper = HVMidiAxisDataWrapper::midiAxisWrapperWithAxisArray({axis});
-    wrapper->numericID = 1;
-    auto configuration = HVEncodedConfiguration::create();
-    configuration->dataWrappers = {wrapper};
-    const std::string json = configuration->dictionary().dump();
-    return *gzipDeflate(Bytes(json.begin(), json.end()));
-}
-
-Bytes range(double position) {
-    return *HVEncodedRangeCommand::rangeCommandWithRangeValues(
-                {HVEncodedRangeValue::rangeValueWithDataWraperID(1, 0, position)})
-                .data();
-}
-
-// A message of the in characteristic: command, body, end marker.
-Bytes inMessage(std::uint8_t command, ByteView body) {
-    Bytes bytes;
-    bytes.reserve(body.size() + 3);
-    bytes.push_back(command);
-    for (const auto byte : body) {
-        bytes.push_back(byte);
-    }
-    bytes.push_back('|');
-    bytes.push_back('|');
-    return bytes;
-}
-
-Bytes realtimeMessage(ByteView body) {
-    Bytes bytes(body.begin(), body.end());
-    bytes.push_back('|');
-    bytes.push_back('|');
-    return bytes;
-}
-
-Bytes clientJSON(const std::string& name) {
-    const std::string json = Dictionary{{"type", "RNBluetoothClient"}, {"connectionName", name},
-                                        {"productID", kProduct},       {"uniqueIdentifier", "bt-" + name},
-                                        {"apiVersion", "2.1"},         {"version", "1.0"}}
-                                 .dump();
-    return Bytes(json.begin(), json.end());
-}
-
-std::string text(const Bytes& bytes) {
-    return std::string(bytes.begin(), bytes.end());
-}
-
-class BluetoothPathTest : public havrel::testing::MIDIServiceTest {
+class BluetoothPathTest : public BluetoothSessionTest {
 protected:
-    void SetUp() override {
-        folder_ = std::filesystem::temp_directory_path() / ("havrel-bluetooth-path-" + std::to_string(::getpid()));
-        std::filesystem::create_directories(folder_);
-        DefaultsStore::setStandard(std::make_shared<DefaultsStore>(folder_ / "defaults.json"));
-        HostPrompts::setShared(prompts_);
-        RNBluetoothPlatform::setShared(radio_);
-        transports_.emplace();
-        localDevice_ = FakeClientDevice::listening();
-
-        HVCentralUSBManager::Options options;
-        options.localPort = localDevice_->port();
-        options.useUSBHub = false;
-        HVCentralUSBManager::instantiateWithProductToSendOut("Havrel Test", "1.0", options);
-        HavrelCoreBaseMac::instantiateWithProductToSendOut("Havrel Test", "1.0", "2.1");
-        registry_ = HVCentralConnectionManager::sharedInstance();
-        bluetooth_ = RNCentralBluetoothManager::sharedInstance();
-
-        listener_ = startedManager("Listener");
-        listener_->addInputConnection(
-            MIDIIO::MIDIInputConnectionMode::outputs({MIDIIO::MIDIEndpointIdentity::name("Havrel Test Output")}), "in",
-            {}, events_.receiver());
-    }
-    void TearDown() override {
-        RNCentralBluetoothManager::resetShared();
-        HVCentralUSBManager::resetShared();
-        if (localDevice_) {
-            localDevice_->stop();
-        }
-        pump([] { return false; }, 20ms);
-        if (auto manager = HVMIDIManager::shared()) {
-            manager->stopTimers();
-        }
-        HVMIDIManager::setShared(nullptr);
-        HVTransmissionManager::setShared(nullptr);
-        transports_.reset();
-        RNBluetoothPlatform::setShared(nullptr);
-        HostPrompts::setShared(nullptr);
-        DefaultsStore::setStandard(nullptr);
-        std::filesystem::remove_all(folder_);
-        MIDIServiceTest::TearDown();
-    }
-
-    // Virtual time passes a millisecond a step; the MIDI server's threads deliver in between.
-    bool pump(const std::function<bool()>& condition, std::chrono::milliseconds deadline = 5s) {
-        const auto end = std::chrono::steady_clock::now() + deadline;
-        while (!condition()) {
-            if (std::chrono::steady_clock::now() > end) {
-                return false;
-            }
-            clock.advance(1ms);
-            server->flush();
-        }
-        return true;
-    }
-    // Lets virtual time pass.
-    void pass(std::chrono::milliseconds duration) {
-        for (auto passed = 0ms; passed < duration; passed += 10ms) {
-            clock.advance(10ms);
-            server->flush();
-        }
-    }
+    std::shared_ptr<RNBluetoothPlatform> sessionPlatform() override { return radio_; }
 
     // Sighted, connected and subscribed to in and realtime; then the client's introduction.
     std::shared_ptr<SimulatedPeripheral> connectedPeripheral(const std::string& name) {
@@ -164,24 +35,12 @@ protected:
         peripheral->startAdvertising();
         EXPECT_TRUE(pump([&] { return peripheral->isSubscribed(kHavrelRealtimeCharacteristicUUID); }));
         // The introduction in two pieces.
-        const Bytes hello = inMessage(0, clientJSON(name));
-        const std::size_t half = hello.size() / 2;
-        peripheral->notify(kHavrelInCharacteristicUUID,
-                           {Bytes(hello.begin(), hello.begin() + static_cast<std::ptrdiff_t>(half)),
-                            Bytes(hello.begin() + static_cast<std::ptrdiff_t>(half), hello.end())});
+        peripheral->notify(kHavrelInCharacteristicUUID, introductionInTwoPieces(name));
         EXPECT_TRUE(pump([&] { return registry_->bluetoothClients().size() == 1; }));
         return peripheral;
     }
 
-    std::filesystem::path folder_;
-    std::shared_ptr<ScriptedHostPrompts> prompts_ = std::make_shared<ScriptedHostPrompts>();
     std::shared_ptr<SimulatedBluetoothRadio> radio_ = SimulatedBluetoothRadio::create();
-    std::optional<testing::TransportScope> transports_;
-    std::unique_ptr<FakeClientDevice> localDevice_;
-    std::shared_ptr<HVCentralConnectionManager> registry_;
-    std::shared_ptr<RNCentralBluetoothManager> bluetooth_;
-    std::shared_ptr<MIDIIO::MIDIManager> listener_;
-    MIDIIO::testing::EventLog events_;
 };
 
 TEST_F(BluetoothPathTest, AWholeSessionOverTheRadioDrivesMIDIUntilTheLinkIsLost) {
@@ -253,7 +112,7 @@ TEST_F(BluetoothPathTest, TheSameDeviceOnUSBMutesItsBluetoothLinkUntilUSBLeaves)
 
     ScopedLogCapture capture(LogLevel::info);
     ASSERT_TRUE(pump([&] { return localDevice_->connected(); }));
-    Dictionary usbClient = {{"type", "RNUSBClient"}, {"connectionName", "Pad"}, {"productID", kProduct},
+    Dictionary usbClient = {{"type", "RNUSBClient"}, {"connectionName", "Pad"}, {"productID", kSessionProduct},
                             {"uniqueIdentifier", "usb-Pad"}, {"apiVersion", "2.1"}};
     localDevice_->send(100, *propertyListData(Dictionary{{"usbClient", usbClient}}, PropertyListFormat::binary).data);
     ASSERT_TRUE(pump([&] { return registry_->usbClients().size() == 1; }));

@@ -3,6 +3,8 @@
 // and a shutdown in the middle of traffic.
 
 #include "Process.hpp"
+#include "support/BluezStandIn.hpp"
+#include "transport/bluetooth/RNBluetoothPlatform.hpp"
 
 #include "transport/usb/TNFrameHeader.hpp"
 
@@ -240,6 +242,48 @@ TEST_F(ProgramsTest, AScriptPlayedOverTheSimulatedRadioLeavesTheCentralAsMIDI) {
     std::ifstream defaults(folder_ / "config" / "defaults.json");
     const std::string stored((std::istreambuf_iterator<char>(defaults)), std::istreambuf_iterator<char>());
     EXPECT_NE(stored.find("com.havrelapps.handoff.lastConnectedAt"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace havrel::testing
+
+namespace havrel::testing {
+namespace {
+
+// havrel-central where the system bus has BlueZ with an adapter (a stand-in on a private bus,
+// named by DBUS_SYSTEM_BUS_ADDRESS) scans for the Havrel service, connects to the device it
+// finds and subscribes; where there is no system bus it says so in one line and runs on.
+TEST_F(ProgramsTest, BluetoothThroughBlueZWhereTheSystemBusHasItAndOneLineWhereNot) {
+    ::setenv("DBUS_SYSTEM_BUS_ADDRESS", ("unix:path=" + (folder_ / "no-bus").string()).c_str(), 1);
+    {
+        auto host = central();
+        ASSERT_TRUE(waitUntil([&] { return host->err().find("havrel-central 0.1.0 running") != std::string::npos; }))
+            << host->err();
+        const std::string err = host->err();
+        EXPECT_NE(err.find("havrel-central: running without Bluetooth ("), std::string::npos) << err;
+        EXPECT_EQ(err.find("Bluetooth through BlueZ"), std::string::npos);
+        host->signal(SIGTERM);
+        ASSERT_EQ(host->wait(seconds(10)), 0) << host->err();
+    }
+
+    std::string reason;
+    auto bus = PrivateBus::start(reason);
+    if (!bus) {
+        ::unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
+        GTEST_SKIP() << "no private D-Bus: " << reason;
+    }
+    BluezStandIn bluez(bus->address());
+    bluez.addAdapter("hci0", true);
+    const auto device = bluez.addDevice({});
+    ::setenv("DBUS_SYSTEM_BUS_ADDRESS", bus->address().c_str(), 1);
+    auto host = central();
+    ::unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
+    EXPECT_TRUE(waitUntil([&] { return bluez.isSubscribed(device, kHavrelOutCharacteristicUUID); })) << host->err();
+    EXPECT_NE(host->err().find("havrel-central: Bluetooth through BlueZ"), std::string::npos) << host->err();
+    EXPECT_EQ(bluez.callCount("Connect"), 1u);
+    EXPECT_EQ(bluez.filterUUIDs("hci0"), std::vector<std::string>{"293e27ba-4906-48da-9d70-696e1c95bebc"});
+    host->signal(SIGTERM);
+    ASSERT_EQ(host->wait(seconds(10)), 0) << host->err();
 }
 
 }  // namespace

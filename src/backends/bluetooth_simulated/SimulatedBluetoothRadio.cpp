@@ -19,6 +19,22 @@ std::shared_ptr<Target> simulated(const std::shared_ptr<RNBluetoothCharacteristi
 
 }  // namespace
 
+std::vector<Bytes> notificationPieces(ByteView message, std::size_t pieceSize) {
+    pieceSize = std::max<std::size_t>(pieceSize, 2);
+    std::vector<Bytes> values;
+    for (std::size_t offset = 0; offset < message.size();) {
+        std::size_t length = std::min(pieceSize, message.size() - offset);
+        // The last value keeps at least two bytes, so a trailing end marker stays whole.
+        if (message.size() - offset - length == 1) {
+            --length;
+        }
+        const auto piece = message.subspan(offset, length);
+        values.emplace_back(piece.begin(), piece.end());
+        offset += length;
+    }
+    return values;
+}
+
 // --- Characteristics and services ---
 
 SimulatedCharacteristic::SimulatedCharacteristic(std::string uuid)
@@ -199,19 +215,7 @@ bool SimulatedPeripheral::notify(const std::string& characteristicUUID, const st
 
 bool SimulatedPeripheral::notifyInPieces(const std::string& characteristicUUID, ByteView message,
                                          std::size_t pieceSize) {
-    pieceSize = std::max<std::size_t>(pieceSize, 2);
-    std::vector<Bytes> values;
-    for (std::size_t offset = 0; offset < message.size();) {
-        std::size_t length = std::min(pieceSize, message.size() - offset);
-        // The last value keeps at least two bytes, so a trailing end marker stays whole.
-        if (message.size() - offset - length == 1) {
-            --length;
-        }
-        const auto piece = message.subspan(offset, length);
-        values.emplace_back(piece.begin(), piece.end());
-        offset += length;
-    }
-    return notify(characteristicUUID, values);
+    return notify(characteristicUUID, notificationPieces(message, pieceSize));
 }
 
 std::vector<Bytes> SimulatedPeripheral::writes(const std::string& characteristicUUID) const {

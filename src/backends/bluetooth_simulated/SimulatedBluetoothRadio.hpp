@@ -22,6 +22,10 @@ namespace havrel {
 class SimulatedBluetoothRadio;
 class SimulatedCentralManager;
 
+// A message cut into notification values of at most pieceSize bytes (at least 2); the last value
+// has two bytes or more, so a message's end marker is never split.
+std::vector<Bytes> notificationPieces(ByteView message, std::size_t pieceSize);
+
 class SimulatedDescriptor final : public RNBluetoothDescriptor {
 public:
     SimulatedDescriptor(std::string uuid, Bytes value) : uuid_(std::move(uuid)), value_(std::move(value)) {}
@@ -117,8 +121,7 @@ public:
     // Sends each value as one notification, in order. Values of a characteristic the central
     // has not subscribed to are lost, as on the air; returns whether they were sent.
     bool notify(const std::string& characteristicUUID, const std::vector<Bytes>& values);
-    // The message cut into values of at most pieceSize bytes (at least 2); the last value has
-    // two bytes or more, so a message's end marker is never split.
+    // The message in notificationPieces.
     bool notifyInPieces(const std::string& characteristicUUID, ByteView message, std::size_t pieceSize);
     // Every value the central wrote to the characteristic, in order.
     std::vector<Bytes> writes(const std::string& characteristicUUID) const;
