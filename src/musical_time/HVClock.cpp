@@ -153,7 +153,20 @@ void HVClock::schedule(std::uint64_t generation, std::uint64_t k) {
                                      std::chrono::duration<double>(periodSeconds_ * static_cast<double>(k)));
     }
     std::weak_ptr<HVClock> weak = weak_from_this();
-    queue->postAt(deadline, [weak, generation, k] {
+    const auto clock = queue->clock();
+    if (clock->isManual()) {
+        queue->postAt(deadline, [weak, generation, k] {
+            if (auto self = weak.lock()) {
+                self->fire(generation, k);
+            }
+        });
+        return;
+    }
+    // A thread's wake-up comes tens of microseconds after the time asked for, so the queue wakes
+    // this much early and the last stretch to the deadline is waited out on the thread.
+    queue->postAt(deadline - kWakeAhead, [weak, generation, k, clock, deadline] {
+        while (clock->now() < deadline) {
+        }
         if (auto self = weak.lock()) {
             self->fire(generation, k);
         }

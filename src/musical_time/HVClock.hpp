@@ -11,6 +11,7 @@
 #include "platform/SharedSlot.hpp"
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -36,6 +37,9 @@ inline double quantiomToSecondsInterval(double quantiom) {
 class HVClock : public std::enable_shared_from_this<HVClock> {
 public:
     static constexpr const char* kQueueLabel = "com.havrelapps.clock";
+    // How long before a tick's deadline its thread wakes, to wait out the rest itself (real
+    // clocks only).
+    static constexpr std::chrono::microseconds kWakeAhead{250};
 
     // Made on first use; registers with the MIDI manager there is then.
     static std::shared_ptr<HVClock> shared();
