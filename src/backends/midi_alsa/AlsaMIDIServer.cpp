@@ -152,10 +152,17 @@ AlsaMIDIServer::AlsaMIDIServer(const std::string& sequencerName) {
 
 AlsaMIDIServer::~AlsaMIDIServer() {
     stopping_ = true;
+    alive_->store(false);
     if (receiveThread_.joinable()) {
-        std::uint64_t one = 1;
-        (void)!::write(wakeFd_, &one, sizeof one);
-        receiveThread_.join();
+        if (receiveThread_.get_id() == std::this_thread::get_id()) {
+            // Ending inside a handler on the receive thread: the loop returns once the handler
+            // has, without touching this object again.
+            receiveThread_.detach();
+        } else {
+            std::uint64_t one = 1;
+            (void)!::write(wakeFd_, &one, sizeof one);
+            receiveThread_.join();
+        }
     }
     if (wakeFd_ >= 0) {
         ::close(wakeFd_);
@@ -772,7 +779,13 @@ void AlsaMIDIServer::receiveLoop() {
                 return;
             }
             if (event != nullptr) {
+                // What a handler calls may drop the last reference to this server, which then
+                // ends on this thread: the flag, not the members, says so afterwards.
+                const auto alive = alive_;
                 handleEvent(*event);
+                if (!alive->load()) {
+                    return;
+                }
             }
         } while (snd_seq_event_input_pending(seq_, 0) > 0);
     }

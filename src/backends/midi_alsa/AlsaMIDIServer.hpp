@@ -222,6 +222,9 @@ private:
     int wakeFd_ = -1;
     std::atomic<OSStatus> status_{noErr};
     std::atomic<bool> stopping_{false};
+    // Shared with the receive loop, which reads it after each handler: false once this server
+    // has ended (possibly inside that handler, on the receive thread).
+    std::shared_ptr<std::atomic<bool>> alive_ = std::make_shared<std::atomic<bool>>(true);
     std::thread receiveThread_;
 
     mutable std::mutex mutex_;
