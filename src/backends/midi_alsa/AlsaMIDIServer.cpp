@@ -644,6 +644,16 @@ OSStatus AlsaMIDIServer::sendEventList(MIDIPortRef port, MIDIEndpointRef destina
 
 // --- Thru connections: sequencer subscriptions between any two ports. ---
 
+namespace {
+// The ports a subscription runs between.
+void setEnds(snd_seq_port_subscribe_t* subscription, std::pair<int, int> sender, std::pair<int, int> receiver) {
+    snd_seq_addr_t from{static_cast<unsigned char>(sender.first), static_cast<unsigned char>(sender.second)};
+    snd_seq_addr_t to{static_cast<unsigned char>(receiver.first), static_cast<unsigned char>(receiver.second)};
+    snd_seq_port_subscribe_set_sender(subscription, &from);
+    snd_seq_port_subscribe_set_dest(subscription, &to);
+}
+}  // namespace
+
 bool AlsaMIDIServer::supportsThruConnections(const MIDIThruConnectionParams& params) const {
     return !(params.filterOutSysEx || params.filterOutMTC || params.filterOutBeatClock || params.filterOutTuneRequest ||
              params.filterOutAllControls);
@@ -659,31 +669,29 @@ OSStatus AlsaMIDIServer::thruConnectionCreate(const std::string& persistentOwner
         params.numDestinations > MIDIThruConnectionParams::kMaxEndpoints) {
         return kMIDINotPermitted;
     }
-    std::vector<Address> senders;
-    std::vector<Address> receivers;
-    for (std::uint32_t i = 0; i < params.numSources; ++i) {
-        auto address = addressOf(params.sources[i]);
-        if (kindOf(params.sources[i]) != Kind::source || !address) {
-            return kMIDIWrongEndpointType;
+    // The sequencer addresses of the endpoints, or nothing when one is not of the kind.
+    auto addresses = [](std::span<const MIDIEndpointRef> refs, Kind kind) -> std::optional<std::vector<Address>> {
+        std::vector<Address> result;
+        for (auto ref : refs) {
+            auto address = addressOf(ref);
+            if (kindOf(ref) != kind || !address) {
+                return std::nullopt;
+            }
+            result.push_back(*address);
         }
-        senders.push_back(*address);
-    }
-    for (std::uint32_t i = 0; i < params.numDestinations; ++i) {
-        auto address = addressOf(params.destinations[i]);
-        if (kindOf(params.destinations[i]) != Kind::destination || !address) {
-            return kMIDIWrongEndpointType;
-        }
-        receivers.push_back(*address);
+        return result;
+    };
+    const auto senders = addresses(std::span(params.sources).first(params.numSources), Kind::source);
+    const auto receivers = addresses(std::span(params.destinations).first(params.numDestinations), Kind::destination);
+    if (!senders || !receivers) {
+        return kMIDIWrongEndpointType;
     }
     Thru thru{persistentOwnerID, {}};
     snd_seq_port_subscribe_t* subscription;
     snd_seq_port_subscribe_alloca(&subscription);
-    for (const auto& sender : senders) {
-        for (const auto& receiver : receivers) {
-            snd_seq_addr_t from{static_cast<unsigned char>(sender.first), static_cast<unsigned char>(sender.second)};
-            snd_seq_addr_t to{static_cast<unsigned char>(receiver.first), static_cast<unsigned char>(receiver.second)};
-            snd_seq_port_subscribe_set_sender(subscription, &from);
-            snd_seq_port_subscribe_set_dest(subscription, &to);
+    for (const auto& sender : *senders) {
+        for (const auto& receiver : *receivers) {
+            setEnds(subscription, sender, receiver);
             int error = snd_seq_subscribe_port(seq_, subscription);
             if (error == -EBUSY) {
                 continue;  // someone else's subscription: it stays theirs
@@ -706,10 +714,7 @@ void AlsaMIDIServer::unsubscribe(const Thru& thru) {
     snd_seq_port_subscribe_t* subscription;
     snd_seq_port_subscribe_alloca(&subscription);
     for (const auto& [sender, receiver] : thru.subscriptions) {
-        snd_seq_addr_t from{static_cast<unsigned char>(sender.first), static_cast<unsigned char>(sender.second)};
-        snd_seq_addr_t to{static_cast<unsigned char>(receiver.first), static_cast<unsigned char>(receiver.second)};
-        snd_seq_port_subscribe_set_sender(subscription, &from);
-        snd_seq_port_subscribe_set_dest(subscription, &to);
+        setEnds(subscription, sender, receiver);
         // A port that has gone took its subscription with it.
         (void)snd_seq_unsubscribe_port(seq_, subscription);
     }
