@@ -296,6 +296,59 @@ TEST_F(HVMIDIManagerTest, NetworkScanFindsSessionsAndTheNetworkPathSendsToThem) 
     EXPECT_EQ(capture.count("[HVMIDIDiag]"), 0u);
 }
 
+// Senders on other threads use the network path while the once-a-second scan on the main
+// queue adds the outputs of sessions that appear: every note reaches the first session once,
+// and each later session hears notes once it is known.
+TEST_F(HVMIDIManagerTest, NetworkSendsFromOtherThreadsWhileTheScanAddsSessions) {
+    auto device = server->addDevice("Network", "Maker");
+    auto addSession = [&](const std::string& name) {
+        auto session = server->addEntity(device, name);
+        server->objectSetDictionaryProperty(session, "apple.midirtp.session",
+                                            {{"dns-sd-name", name}, {"peers", nlohmann::json::array()}});
+        server->addSource(session, name);
+        return server->addDestination(session, name);
+    };
+    const auto first = addSession("Session A");
+    auto manager = HVMIDIManager::initSharedWithConnectionConfiguration(configuration_);
+    advance(seconds(1));
+    ASSERT_EQ(manager->networkOutputs().size(), 1u);
+
+    // Paced, so that the logs stay small however long the joining takes.
+    std::atomic<bool> running{true};
+    std::atomic<int> sent{0};
+    auto sender = [&] {
+        while (running) {
+            manager->sendWithNoteOn(64, 100, 0, false);
+            ++sent;
+            std::this_thread::sleep_for(std::chrono::microseconds(100));
+        }
+    };
+    std::thread one(sender);
+    std::thread two(sender);
+    std::vector<decltype(addSession(""))> later;
+    for (const char* name : {"Session B", "Session C", "Session D", "Session E", "Session F", "Session G"}) {
+        later.push_back(addSession(name));
+        advance(seconds(1));
+    }
+    // Go on until the last session has heard from the senders (its connection is joined on the
+    // main queue).
+    const auto deadline = std::chrono::steady_clock::now() + seconds(10);
+    while (server->deviceDestinationLog(later.back()).empty() && std::chrono::steady_clock::now() < deadline) {
+        advance(milliseconds(100));
+    }
+    running = false;
+    one.join();
+    two.join();
+    server->flush();
+
+    EXPECT_EQ(manager->networkOutputs().size(), 1u + later.size());
+    EXPECT_EQ(server->deviceDestinationLog(first).size(), static_cast<std::size_t>(sent.load()));
+    EXPECT_GT(server->deviceDestinationLog(later.back()).size(), 0u) << sent.load() << " sent";
+    for (const auto& destination : later) {
+        EXPECT_LE(server->deviceDestinationLog(destination).size(), server->deviceDestinationLog(first).size());
+    }
+}
+
 TEST_F(HVMIDIManagerTest, VirtualEndpointIDsPersistAndTheSharedSlotIsReplaced) {
     auto first = HVMIDIManager::initSharedMinimalWithConnectionConfiguration(configuration_);
     EXPECT_EQ(HVMIDIManager::shared(), first);
