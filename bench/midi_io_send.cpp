@@ -5,33 +5,13 @@
 //
 // Run: build/default/bench/bench_midi_io_send
 
+#include "AllocationCounter.hpp"
 #include "MIDIIO/MIDIManager.hpp"
 #include "backends/midi_loopback/LoopbackMIDIServer.hpp"
 #include "MIDIInternals/DispatchSync.hpp"
 #include "MIDIInternals/SerialQueueFactory.hpp"
 
 #include <benchmark/benchmark.h>
-
-// The counting operator new pairs malloc with free; the compiler cannot see that.
-#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
-
-#include <atomic>
-#include <cstdlib>
-#include <new>
-
-namespace {
-std::atomic<std::size_t> allocations{0};
-}  // namespace
-
-void* operator new(std::size_t size) {
-    allocations.fetch_add(1, std::memory_order_relaxed);
-    if (void* p = std::malloc(size == 0 ? 1 : size)) {
-        return p;
-    }
-    throw std::bad_alloc();
-}
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
 
 namespace {
 
@@ -66,12 +46,12 @@ std::shared_ptr<MIDIOutput> makeOutput(std::shared_ptr<MIDIPlatform> platform, C
 
 template <class Send>
 void measure(benchmark::State& state, Send&& send) {
-    std::size_t before = allocations.load();
+    const std::size_t before = havrel::bench::allocationCount();
     for (auto _ : state) {
         send();
     }
     state.counters["allocs/send"] =
-        benchmark::Counter(static_cast<double>(allocations.load() - before) / static_cast<double>(state.iterations()));
+        benchmark::Counter(static_cast<double>(havrel::bench::allocationCount() - before) / static_cast<double>(state.iterations()));
 }
 
 void BM_SendRawWords(benchmark::State& state) {

@@ -3,6 +3,7 @@
 // transmission manager. With diag=1 every diagnostic line is formatted and handed to a sink
 // that discards it (no terminal in the loop); with diag=0 the level is info. With async=1 the
 // lines pass through the host's asynchronous sink on their way to the discarding one.
+#include "AllocationCounter.hpp"
 #include "central/HVCentralConnectionTypeManager.hpp"
 #include "central/HVCentralThroughputMeter.hpp"
 #include "central/RNClient.hpp"
@@ -77,6 +78,7 @@ void BM_RangeCommandDispatch(benchmark::State& state) {
     }
     std::size_t next = 0;
     std::int64_t entries = 0;
+    const std::size_t allocationsBefore = bench::allocationCount();
     for (auto _ : state) {
         manager.didReceiveRangeData(commands[next], client);
         next = (next + 1) % commands.size();
@@ -84,6 +86,8 @@ void BM_RangeCommandDispatch(benchmark::State& state) {
         entries += 16;
     }
     state.counters["entries/s"] = benchmark::Counter(static_cast<double>(entries), benchmark::Counter::kIsRate);
+    state.counters["allocs/entry"] = static_cast<double>(bench::allocationCount() - allocationsBefore) /
+                                     static_cast<double>(entries > 0 ? entries : 1);
     state.counters["broadcasts"] = static_cast<double>(counter->count);
     HVTransmissionManager::setShared(nullptr);
     if (auto async = std::dynamic_pointer_cast<AsyncLogSink>(sink)) {
