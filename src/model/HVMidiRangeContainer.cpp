@@ -355,14 +355,14 @@ void HVMidiRangeContainer::setCurrentRangePosition(std::vector<double> position,
     HVRangeContainerChange change{shared_from_this(), dataWrapper, std::move(position), std::move(old), transitionStep,
                                   false};
     NotificationCenter::defaultCenter().postOnMainQueue(
-        Notification{NotificationRangeContainerDidChangeValue, nullptr, Dictionary(), std::move(change)});
+        Notification{NotificationName::constant(NotificationRangeContainerDidChangeValue), nullptr, Dictionary(), std::move(change)});
 }
 
 void HVMidiRangeContainer::broadcastTransitionTargetWithDataWrapper(
     const std::shared_ptr<HVMidiAxisDataWrapper>& dataWrapper) {
     HVRangeContainerChange change{shared_from_this(), dataWrapper, {}, {}, false, true};
     NotificationCenter::defaultCenter().postOnMainQueue(
-        Notification{NotificationRangeContainerDidChangeValue, nullptr, Dictionary(), std::move(change)});
+        Notification{NotificationName::constant(NotificationRangeContainerDidChangeValue), nullptr, Dictionary(), std::move(change)});
 }
 
 std::vector<std::shared_ptr<HVContainerSequence>> HVMidiRangeContainer::sequences() const {

@@ -5,6 +5,18 @@
 
 namespace havrel {
 
+namespace {
+
+// The batch the calling thread opened last, while it may still take more notifications.
+struct OpenBatch {
+    const void* center = nullptr;
+    std::weak_ptr<void> batch;
+    std::uint64_t postsAfterOpening = 0;
+};
+thread_local OpenBatch openBatch;
+
+}  // namespace
+
 NotificationCenter& NotificationCenter::defaultCenter() {
     static auto* const center = new NotificationCenter();
     return *center;
@@ -14,26 +26,40 @@ NotificationCenter::Token NotificationCenter::addObserver(const void* observer, 
                                                           const void* sender,
                                                           Callback callback) {
     HV_ASSERT(callback != nullptr);
+    auto subscription = std::make_shared<Subscription>();
+    subscription->observer = observer;
+    subscription->name = std::move(name);
+    subscription->sender = sender;
+    subscription->callback = std::move(callback);
+    std::shared_ptr<const Subscriptions> previous;  // released after the lock
     std::lock_guard lock(mutex_);
-    const Token token = nextToken_++;
-    subscriptions_.push_back(std::make_shared<Subscription>(
-        Subscription{token, observer, std::move(name), sender, std::move(callback)}));
-    return token;
+    subscription->token = nextToken_++;
+    auto next = std::make_shared<Subscriptions>(*subscriptions_);
+    next->push_back(std::move(subscription));
+    previous = std::exchange(subscriptions_, std::move(next));
+    return nextToken_ - 1;
 }
 
 template <typename Predicate>
 void NotificationCenter::removeWhere(Predicate predicate) {
-    std::vector<std::shared_ptr<Subscription>> removed;
+    // Declared before the guard: the removed callbacks are destroyed after the lock is released
+    // (or later, by a post that still holds the old list).
+    std::shared_ptr<const Subscriptions> previous;
     std::lock_guard lock(mutex_);
-    std::erase_if(subscriptions_, [&](const std::shared_ptr<Subscription>& subscription) {
-        if (!predicate(*subscription)) {
-            return false;
+    auto next = std::make_shared<Subscriptions>();
+    next->reserve(subscriptions_->size());
+    bool removed = false;
+    for (const auto& subscription : *subscriptions_) {
+        if (predicate(*subscription)) {
+            subscription->active = false;
+            removed = true;
+        } else {
+            next->push_back(subscription);
         }
-        subscription->active = false;
-        removed.push_back(subscription);
-        return true;
-    });
-    // Callbacks are destroyed after the lock is released (declared before the guard).
+    }
+    if (removed) {
+        previous = std::exchange(subscriptions_, std::move(next));
+    }
 }
 
 void NotificationCenter::removeObserver(const void* observer) {
@@ -56,34 +82,62 @@ void NotificationCenter::removeAllObservers() {
 }
 
 void NotificationCenter::post(const Notification& notification) {
-    std::vector<std::shared_ptr<Subscription>> matching;
+    std::shared_ptr<const Subscriptions> subscriptions;
     {
         std::lock_guard lock(mutex_);
-        for (const auto& subscription : subscriptions_) {
-            if ((subscription->name.empty() || subscription->name == notification.name) &&
-                (!subscription->sender || subscription->sender == notification.sender)) {
-                matching.push_back(subscription);
-            }
-        }
+        subscriptions = subscriptions_;
     }
-    for (const auto& subscription : matching) {
-        {
-            std::lock_guard lock(mutex_);
-            if (!subscription->active) {
-                continue;
-            }
+    const std::string_view name = notification.name.view();
+    for (const auto& subscription : *subscriptions) {
+        if ((!subscription->name.empty() && subscription->name != name) ||
+            (subscription->sender && subscription->sender != notification.sender)) {
+            continue;
+        }
+        // Removed by an earlier callback of this post, or by another thread meanwhile.
+        if (!subscription->active) {
+            continue;
         }
         subscription->callback(notification);
     }
 }
 
-void NotificationCenter::post(std::string name, const void* sender, nlohmann::json userInfo) {
+void NotificationCenter::post(NotificationName name, const void* sender, nlohmann::json userInfo) {
     post(Notification{std::move(name), sender, std::move(userInfo), {}});
 }
 
 void NotificationCenter::postOnMainQueue(Notification notification) {
-    MainQueue::shared().post(
-        [this, notification = std::move(notification)] { post(notification); });
+    std::unique_lock lock(batchMutex_);
+    if (openBatch.center == this && openBatch.postsAfterOpening == WorkQueue::postsFromThisThread()) {
+        if (auto open = std::static_pointer_cast<MainQueueBatch>(openBatch.batch.lock()); open && !open->started) {
+            open->items.push_back(std::move(notification));
+            return;
+        }
+    }
+    // A new batch, on the storage a delivered one gave back. The delivery holds the batch: when
+    // the main queue discards its work (a reset in tests), the batch goes with it.
+    auto batch = std::make_shared<MainQueueBatch>();
+    batch->items.swap(spareItems_);
+    batch->items.push_back(std::move(notification));
+    lock.unlock();
+    MainQueue::shared().post([this, batch] { deliver(*batch); });
+    openBatch = OpenBatch{this, batch, WorkQueue::postsFromThisThread()};
+}
+
+void NotificationCenter::deliver(MainQueueBatch& batch) {
+    std::vector<Notification> items;
+    {
+        std::lock_guard lock(batchMutex_);
+        batch.started = true;
+        items.swap(batch.items);
+    }
+    for (const auto& notification : items) {
+        post(notification);
+    }
+    items.clear();
+    std::lock_guard lock(batchMutex_);
+    if (items.capacity() > spareItems_.capacity()) {
+        spareItems_.swap(items);
+    }
 }
 
 }  // namespace havrel

@@ -11,6 +11,7 @@ namespace havrel {
 
 namespace {
 thread_local const WorkQueue* currentQueue = nullptr;
+thread_local std::uint64_t postsFromCurrentThread = 0;
 }  // namespace
 
 WorkQueue::CurrentScope::CurrentScope(const WorkQueue& queue) : previous_(currentQueue) {
@@ -80,7 +81,12 @@ bool WorkQueue::later(const Delayed& a, const Delayed& b) {
 
 void WorkQueue::post(Work work) {
     HV_ASSERT(work != nullptr);
+    ++postsFromCurrentThread;
     asio::post(loop_->io, std::move(work));
+}
+
+std::uint64_t WorkQueue::postsFromThisThread() {
+    return postsFromCurrentThread;
 }
 
 void WorkQueue::postAfter(Duration delay, Work work) {

@@ -56,6 +56,9 @@ public:
 
     // The queue whose work is running on this thread, or nullptr.
     static WorkQueue* current();
+    // How many items the calling thread has posted to work queues so far: code that joins later
+    // work to an item it posted earlier does so only while this has not moved.
+    static std::uint64_t postsFromThisThread();
 
 protected:
     WorkQueue(std::string label, std::shared_ptr<Clock> clock);

@@ -3,7 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -18,11 +20,11 @@ TEST(NotificationCenter, DeliversByNameAndSenderAndRemovesEverySubscriptionOfAnO
     int other = 0;
     std::vector<std::string> seen;
     center.addObserver(&observer, "Changed", nullptr,
-                       [&](const Notification& n) { seen.push_back("any:" + n.name); });
+                       [&](const Notification& n) { seen.push_back("any:" + n.name.str()); });
     center.addObserver(&observer, "Changed", &senderA,
                        [&](const Notification&) { seen.push_back("fromA"); });
     center.addObserver(&other, "", nullptr,
-                       [&](const Notification& n) { seen.push_back("all:" + n.name); });
+                       [&](const Notification& n) { seen.push_back("all:" + n.name.str()); });
 
     center.post("Changed", &senderB, {{"value", 3}});
     EXPECT_EQ(seen, (std::vector<std::string>{"any:Changed", "all:Changed"}));
@@ -104,6 +106,97 @@ TEST(NotificationCenter, ConcurrentPostsAndSubscriptionsAreSafe) {
     running = false;
     churn.join();
     EXPECT_EQ(delivered.load(), 6000);
+}
+
+// Counts the live copies of itself; large ones do not fit inside a notification's object.
+template <std::size_t Size>
+struct Counted {
+    static inline int alive = 0;
+    std::array<char, Size> bytes{};
+    int value = 0;
+    explicit Counted(int v) : value(v) { ++alive; }
+    Counted(const Counted& other) : bytes(other.bytes), value(other.value) { ++alive; }
+    Counted(Counted&& other) noexcept : bytes(other.bytes), value(other.value) { ++alive; }
+    ~Counted() { --alive; }
+};
+
+TEST(NotificationObject, KeepsSmallAndLargeValuesThroughCopiesAndMovesAndDestroysEachOnce) {
+    using Small = Counted<8>;
+    using Large = Counted<NotificationObject::kInlineSize + 64>;
+    {
+        NotificationObject small{Small(1)};
+        NotificationObject large{Large(2)};
+        ASSERT_NE(small.as<Small>(), nullptr);
+        EXPECT_EQ(small.as<Small>()->value, 1);
+        EXPECT_EQ(small.as<Large>(), nullptr);
+        EXPECT_EQ(large.as<Large>()->value, 2);
+        EXPECT_EQ(large.as<int>(), nullptr);
+
+        NotificationObject copies[] = {small, large};
+        EXPECT_NE(copies[0].as<Small>(), small.as<Small>());  // a copy, not a shared value
+        EXPECT_EQ(copies[1].as<Large>()->value, 2);
+        EXPECT_EQ(Small::alive, 2);
+        EXPECT_EQ(Large::alive, 2);
+
+        NotificationObject moved = std::move(copies[0]);
+        EXPECT_FALSE(copies[0].hasValue());
+        EXPECT_EQ(moved.as<Small>()->value, 1);
+        moved = std::move(copies[1]);  // the small value goes, the large one arrives
+        EXPECT_EQ(moved.as<Large>()->value, 2);
+        EXPECT_EQ(Small::alive, 1);
+        moved = small;
+        EXPECT_EQ(moved.as<Small>()->value, 1);
+        EXPECT_EQ(Large::alive, 1);
+        moved = moved;  // NOLINT: assignment to itself keeps the value
+        EXPECT_EQ(moved.as<Small>()->value, 1);
+        moved.reset();
+        EXPECT_FALSE(moved.hasValue());
+        EXPECT_EQ(Small::alive, 1);
+    }
+    EXPECT_EQ(Small::alive, 0);
+    EXPECT_EQ(Large::alive, 0);
+}
+
+TEST(NotificationCenter, MainQueueDeliveriesKeepEachPostersOrderAndABurstTakesOneTurn) {
+    ManualClockScope scope;
+    auto& queue = MainQueue::shared();
+    NotificationCenter center;
+    int observer = 0;
+    std::vector<std::string> order;
+    center.addObserver(&observer, "", nullptr, [&](const Notification& n) {
+        order.push_back(n.name.str());
+        if (n.name == NotificationName("x")) {
+            center.postOnMainQueue(Notification{"posted during x"});
+        }
+    });
+    for (const char* name : {"a", "b", "c"}) {
+        center.postOnMainQueue(Notification{NotificationName::constant(name)});
+    }
+    queue.post([&] { order.push_back("work"); });
+    center.postOnMainQueue(Notification{"d"});
+    std::thread([&] {
+        center.postOnMainQueue(Notification{"other 1"});
+        center.postOnMainQueue(Notification{"other 2"});
+    }).join();
+    EXPECT_TRUE(order.empty());
+    // a, b and c in one turn, the work, d, the other thread's two in one turn.
+    EXPECT_EQ(queue.poll(), 4u);
+    EXPECT_EQ(order, (std::vector<std::string>{"a", "b", "c", "work", "d", "other 1", "other 2"}));
+
+    // What is posted while a batch is being delivered waits for a turn of its own.
+    order.clear();
+    center.postOnMainQueue(Notification{"x"});
+    EXPECT_EQ(queue.poll(), 2u);
+    EXPECT_EQ(order, (std::vector<std::string>{"x", "posted during x"}));
+
+    // Work the main queue discards takes its notifications with it; later ones still arrive.
+    order.clear();
+    center.postOnMainQueue(Notification{"lost"});
+    queue.resetForTesting();
+    queue.enableManualClock();
+    center.postOnMainQueue(Notification{"after reset"});
+    queue.poll();
+    EXPECT_EQ(order, std::vector<std::string>{"after reset"});
 }
 
 TEST(NotificationCenter, PostOnMainQueueDeliversInALaterTurnOnTheMainQueue) {

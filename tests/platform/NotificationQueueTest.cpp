@@ -17,7 +17,7 @@ protected:
     NotificationQueueTest() {
         for (const char* name : {"IsTransmitting", "StoppedTransmitting"}) {
             center.addObserver(this, name, nullptr, [this](const Notification& n) {
-                delivered.push_back(n.name + (n.userInfo.contains("client")
+                delivered.push_back(n.name.str() + (n.userInfo.contains("client")
                                                   ? ":" + n.userInfo["client"].get<std::string>()
                                                   : ""));
             });
