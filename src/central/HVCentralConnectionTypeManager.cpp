@@ -216,7 +216,7 @@ void HVCentralConnectionTypeManager::rangeContainerValueDidChange(const Notifica
 }
 
 void HVCentralConnectionTypeManager::handleRangeContainerValueDidChange(const HVMidiRangeContainerPtr& rangeContainer,
-                                                                       const std::vector<double>& position,
+                                                                       const HVRangePoint& position,
                                                                        const HVMidiAxisDataWrapperPtr& dataWrapper,
                                                                        HVTransmissionManager& transmissionManager) {
     const std::uint64_t value = HVMidiIntegerValue(rangeContainer->midiValueFromRange(position));

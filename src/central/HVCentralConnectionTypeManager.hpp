@@ -48,7 +48,7 @@ public:
     static void rangeContainerValueDidChange(const Notification& notification);
     // Maps the position, drops repeats and calls one of the four broadcast operations.
     static void handleRangeContainerValueDidChange(const HVMidiRangeContainerPtr& rangeContainer,
-                                                   const std::vector<double>& position,
+                                                   const HVRangePoint& position,
                                                    const HVMidiAxisDataWrapperPtr& dataWrapper,
                                                    HVTransmissionManager& transmissionManager);
 

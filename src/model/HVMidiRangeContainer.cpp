@@ -239,7 +239,7 @@ double HVMidiRangeContainer::alignedRangeFromRange(double r) const {
     return (c - low) / (high - low);
 }
 
-std::optional<double> HVMidiRangeContainer::midiValueFromRange(const std::vector<double>& position) const {
+std::optional<double> HVMidiRangeContainer::midiValueFromRange(const HVRangePoint& position) const {
     if (position.size() >= 2) {
         return multiAxialValuesForRangeContainerWithRangeValues(position);
     }
@@ -289,7 +289,7 @@ void HVMidiRangeContainer::switchTopAndBottomValues() {
     std::swap(top->transitionTime, bottom->transitionTime);
 }
 
-std::optional<double> HVMidiRangeContainer::radialDistanceRatio(const std::vector<double>& point) const {
+std::optional<double> HVMidiRangeContainer::radialDistanceRatio(const HVRangePoint& point) const {
     if (values.size() < 2) {
         log("error must have two values");
         return std::nullopt;
@@ -304,7 +304,7 @@ std::optional<double> HVMidiRangeContainer::radialDistanceRatio(const std::vecto
     return rnDistanceBetweenPoints(centreX, centreY, x, y) / radius;
 }
 
-double HVMidiRangeContainer::multiAxialValuesForRangeContainerWithRangeValues(const std::vector<double>& point) const {
+double HVMidiRangeContainer::multiAxialValuesForRangeContainerWithRangeValues(const HVRangePoint& point) const {
     double result = -1.0;
     if (containerType != HVContainerTypeRadial) {
         return result;
@@ -327,7 +327,7 @@ double HVMidiRangeContainer::multiAxialValuesForRangeContainerWithRangeValues(co
     return static_cast<double>(outer->value);
 }
 
-bool HVMidiRangeContainer::shouldBroadcastForMultiAxialValues(const std::vector<double>& point) const {
+bool HVMidiRangeContainer::shouldBroadcastForMultiAxialValues(const HVRangePoint& point) const {
     if (containerType != HVContainerTypeRadial) {
         return false;
     }
@@ -344,16 +344,18 @@ bool HVMidiRangeContainer::shouldBroadcastForMultiAxialValues(const std::vector<
     return false;
 }
 
-void HVMidiRangeContainer::setCurrentRangePosition(std::vector<double> position, bool broadcastChange,
+// A change travels inside its notification.
+static_assert(sizeof(HVRangeContainerChange) <= NotificationObject::kInlineSize);
+
+void HVMidiRangeContainer::setCurrentRangePosition(const HVRangePoint& position, bool broadcastChange,
                                                    const std::shared_ptr<HVMidiAxisDataWrapper>& dataWrapper,
                                                    bool transitionStep) {
     if (!broadcastChange) {
-        currentRangePosition_ = std::move(position);
+        currentRangePosition_ = position;
         return;
     }
-    std::vector<double> old = std::exchange(currentRangePosition_, position);
-    HVRangeContainerChange change{shared_from_this(), dataWrapper, std::move(position), std::move(old), transitionStep,
-                                  false};
+    HVRangePoint old = std::exchange(currentRangePosition_, position);
+    HVRangeContainerChange change{shared_from_this(), dataWrapper, position, std::move(old), transitionStep, false};
     NotificationCenter::defaultCenter().postOnMainQueue(
         Notification{NotificationName::constant(NotificationRangeContainerDidChangeValue), nullptr, Dictionary(), std::move(change)});
 }

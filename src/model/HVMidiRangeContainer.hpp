@@ -2,6 +2,7 @@
 // A range container: one MIDI signal and the stops that map a control position to its value.
 
 #include "model/HVMidiRangeValue.hpp"
+#include "model/HVRangePoint.hpp"
 #include "model/HVSequenceLock.hpp"
 #include "model/HVSerializeable.hpp"
 #include "model/HVSignalType.hpp"
@@ -32,8 +33,8 @@ inline constexpr std::uint64_t HVLastValueNeverBroadcasted = 266;
 struct HVRangeContainerChange {
     std::shared_ptr<HVMidiRangeContainer> rangeContainer;
     std::shared_ptr<HVMidiAxisDataWrapper> dataWrapper;  // nullptr when none was given
-    std::vector<double> newValue;
-    std::vector<double> oldValue;
+    HVRangePoint newValue;
+    HVRangePoint oldValue;
     bool transitionStep = false;
     bool transitionTarget = false;
 };
@@ -73,7 +74,7 @@ public:
     std::vector<HVMidiRangeValuePtr> values;
 
     // The last accepted position; empty when there is none.
-    const std::vector<double>& currentRangePosition() const { return currentRangePosition_; }
+    const HVRangePoint& currentRangePosition() const { return currentRangePosition_; }
 
     // Stops.
     void addValue(const HVMidiRangeValuePtr& value);
@@ -90,20 +91,19 @@ public:
     double alignedRangeFromRangeNumber(double r) const { return alignedRangeFromRange(r); }
     // The MIDI number at a position array: an unsigned integer for one coordinate (or nothing),
     // the multi-axial value (which fails as -1.0) for two or more.
-    std::optional<double> midiValueFromRange(const std::vector<double>& position) const;
+    std::optional<double> midiValueFromRange(const HVRangePoint& position) const;
     std::optional<double> midiValueFromRangeNumber(double r) const { return midiValueFromRange({r}); }
     void switchTopAndBottomValues();
 
     // Radial containers.
-    double multiAxialValuesForRangeContainerWithRangeValues(const std::vector<double>& point) const;
-    bool shouldBroadcastForMultiAxialValues(const std::vector<double>& point) const;
+    double multiAxialValuesForRangeContainerWithRangeValues(const HVRangePoint& point) const;
+    bool shouldBroadcastForMultiAxialValues(const HVRangePoint& point) const;
     // The distance of the point from the centre stop divided by the radius; nothing when the
     // container has fewer than two stops (after the log line).
-    std::optional<double> radialDistanceRatio(const std::vector<double>& point) const;
+    std::optional<double> radialDistanceRatio(const HVRangePoint& point) const;
 
     // Accepting a position. Stores it, and when broadcast posts the change to the main queue.
-    // Taken by value: a temporary position becomes the stored one without a copy.
-    void setCurrentRangePosition(std::vector<double> position, bool broadcastChange,
+    void setCurrentRangePosition(const HVRangePoint& position, bool broadcastChange,
                                  const std::shared_ptr<HVMidiAxisDataWrapper>& dataWrapper,
                                  bool transitionStep = false);
     void broadcastTransitionTargetWithDataWrapper(const std::shared_ptr<HVMidiAxisDataWrapper>& dataWrapper);
@@ -132,7 +132,7 @@ public:
     void copyValuesFromDictionary(const Dictionary& dictionary, const std::vector<std::string>& excludeValues) override;
 
 private:
-    std::vector<double> currentRangePosition_;
+    HVRangePoint currentRangePosition_;
     std::vector<std::shared_ptr<HVContainerSequence>> sequences_;
 };
 

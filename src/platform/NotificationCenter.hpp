@@ -55,7 +55,7 @@ private:
 // (kInlineSize bytes, movable without throwing), else on the heap.
 class NotificationObject {
 public:
-    static constexpr std::size_t kInlineSize = 128;
+    static constexpr std::size_t kInlineSize = 160;
 
     NotificationObject() noexcept = default;
     template <typename T, typename Stored = std::decay_t<T>>

@@ -246,5 +246,24 @@ TEST(RangeContainer, AcceptedPositionsArePostedToTheMainQueueLater) {
     EXPECT_EQ(container->currentRangePosition(), std::vector<double>{0.9});
 }
 
+// A point of three or more values lives on the heap; going back to one or two must read the
+// inline values again, and copies and comparisons must see the values, not the storage.
+TEST(RangePoint, SwitchesBetweenInlineAndHeapValuesAndComparesByValue) {
+    HVRangePoint point{0.1, 0.2, 0.3};
+    EXPECT_EQ(point.toVector(), (std::vector<double>{0.1, 0.2, 0.3}));
+    HVRangePoint copy = point;
+    EXPECT_EQ(copy, point);
+    EXPECT_NE(copy.data(), point.data());
+    point.assign(std::vector<double>{0.7});
+    EXPECT_EQ(point.size(), 1u);
+    EXPECT_EQ(point.front(), 0.7);
+    EXPECT_EQ(point, HVRangePoint{0.7});
+    EXPECT_NE(point, HVRangePoint({0.7, 0.0}));
+    EXPECT_EQ(copy[2], 0.3);
+    point = std::move(copy);
+    EXPECT_EQ(point, (HVRangePoint{0.1, 0.2, 0.3}));
+    EXPECT_TRUE(HVRangePoint{}.empty());
+}
+
 }  // namespace
 }  // namespace havrel
