@@ -14,10 +14,13 @@
 #include <sched.h>
 #include <signal.h>
 #include <sys/mount.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdio>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -125,13 +128,29 @@ private:
                                               : "usbmuxd exited at start with status " + std::to_string(code);
                 return false;
             }
-            if (std::filesystem::exists(socketPath())) {
+            // The socket's file appears when it is bound, a moment before the daemon listens:
+            // ready once a connect is accepted.
+            if (std::filesystem::exists(socketPath()) && accepts()) {
                 return true;
             }
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
         }
         whyNot = "usbmuxd made no socket within 10 s";
         return false;
+    }
+
+    bool accepts() const {
+        const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        if (fd < 0) {
+            return false;
+        }
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        const std::string path = socketPath().string();
+        std::snprintf(address.sun_path, sizeof(address.sun_path), "%s", path.c_str());
+        const bool connected = ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
+        ::close(fd);
+        return connected;
     }
 
     std::filesystem::path folder_;
