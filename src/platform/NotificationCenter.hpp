@@ -110,7 +110,6 @@ private:
         void (*move)(NotificationObject& from, NotificationObject& to) noexcept;  // from is left empty
         void (*destroy)(NotificationObject& self) noexcept;
     };
-    // Declared ahead of the operations below, which use them.
     alignas(std::max_align_t) unsigned char buffer_[kInlineSize];
     void* heap_ = nullptr;
     const Ops* ops_ = nullptr;
@@ -127,40 +126,43 @@ private:
         }
     }
     template <typename T>
-    static inline const Ops opsFor{
-        [](const NotificationObject& from, NotificationObject& to) {
-            if constexpr (fitsInline<T>) {
-                ::new (static_cast<void*>(to.buffer_)) T(*stored<T>(from));
-            } else {
-                to.heap_ = new T(*stored<T>(from));
-            }
-            to.ops_ = from.ops_;
-        },
-        [](NotificationObject& from, NotificationObject& to) noexcept {
-            if constexpr (fitsInline<T>) {
-                T* value = stored<T>(from);
-                ::new (static_cast<void*>(to.buffer_)) T(std::move(*value));
-                value->~T();
-            } else {
-                to.heap_ = std::exchange(from.heap_, nullptr);
-            }
-            to.ops_ = std::exchange(from.ops_, nullptr);
-        },
-        [](NotificationObject& self) noexcept {
-            if constexpr (fitsInline<T>) {
-                stored<T>(self)->~T();
-            } else {
-                delete stored<T>(self);
-                self.heap_ = nullptr;
-            }
-        },
-    };
+    static const Ops opsFor;
     void take(NotificationObject& other) noexcept {
         if (other.ops_ != nullptr) {
             other.ops_->move(other, *this);
         }
     }
+};
 
+// The operations for values of type T (defined here, where the class is complete).
+template <typename T>
+inline const NotificationObject::Ops NotificationObject::opsFor{
+    [](const NotificationObject& from, NotificationObject& to) {
+        if constexpr (fitsInline<T>) {
+            ::new (static_cast<void*>(to.buffer_)) T(*stored<T>(from));
+        } else {
+            to.heap_ = new T(*stored<T>(from));
+        }
+        to.ops_ = from.ops_;
+    },
+    [](NotificationObject& from, NotificationObject& to) noexcept {
+        if constexpr (fitsInline<T>) {
+            T* value = stored<T>(from);
+            ::new (static_cast<void*>(to.buffer_)) T(std::move(*value));
+            value->~T();
+        } else {
+            to.heap_ = std::exchange(from.heap_, nullptr);
+        }
+        to.ops_ = std::exchange(from.ops_, nullptr);
+    },
+    [](NotificationObject& self) noexcept {
+        if constexpr (fitsInline<T>) {
+            stored<T>(self)->~T();
+        } else {
+            delete stored<T>(self);
+            self.heap_ = nullptr;
+        }
+    },
 };
 
 struct Notification {
