@@ -125,6 +125,18 @@ void printLine(const std::string& line) {
     std::cout << line << std::endl;
 }
 
+void printProgress(const std::string& line) {
+    std::cerr << kProgram << ": " << line << std::endl;
+}
+
+// What a session calls when it ends: keeps its exit status and ends the main queue's run.
+auto stopWithExitCode(int& exitCode) {
+    return [&exitCode](int code) {
+        exitCode = code;
+        MainQueue::shared().stop();
+    };
+}
+
 int runOverTheRadio(const Options& options, HVSimSession::Settings prepared) {
     HVSimBluetoothSession::Settings settings;
     settings.identity = options.identity;
@@ -142,11 +154,7 @@ int runOverTheRadio(const Options& options, HVSimSession::Settings prepared) {
     auto host = HVSimBluetoothHost::start(radio, options.product, printLine);
     auto session = HVSimBluetoothSession::create(
         radio, std::move(settings), printLine,
-        [](const std::string& line) { std::cerr << kProgram << ": " << line << std::endl; },
-        [&exitCode](int code) {
-            exitCode = code;
-            MainQueue::shared().stop();
-        });
+        printProgress, stopWithExitCode(exitCode));
     MainQueue::shared().post([session] { session->start(); });
     MainQueue::shared().run();
     // What is still on its way out of the Central leaves before it shuts down.
@@ -219,11 +227,7 @@ int main(int argc, char** argv) {
     }
     auto session = HVSimSession::create(
         std::move(prepared.settings), [](const std::string& line) { std::cout << line << std::endl; },
-        [](const std::string& line) { std::cerr << kProgram << ": " << line << std::endl; },
-        [&exitCode](int code) {
-            exitCode = code;
-            MainQueue::shared().stop();
-        });
+        printProgress, stopWithExitCode(exitCode));
     MainQueue::shared().post([session] { session->start(); });
     MainQueue::shared().run();
     return exitCode;
