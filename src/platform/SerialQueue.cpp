@@ -43,6 +43,10 @@ void SerialQueue::sync(const Work& work) {
 }
 
 std::size_t SerialQueue::runDueWork() {
+    // An idle queue has nothing to run or to wait for: no round trip to its thread.
+    if (!hasWorkToRun()) {
+        return 0;
+    }
     std::size_t ran = 0;
     sync([this, &ran] { ran = runDueDelayed(); });
     // What the due work posted runs before this returns.

@@ -70,8 +70,9 @@ void WorkQueue::resetLoop(std::shared_ptr<Clock> clock) {
     if (previous->isManual()) {
         static_cast<ManualClock&>(*previous).detach(this);
     }
-    // The old loop's pending handlers are destroyed with it, outside the lock.
+    // The old loop's pending handlers are destroyed with it, outside the lock, unrun.
     loop_ = std::make_unique<Loop>();
+    unfinishedPosts_.store(0);
     attachToClock();
 }
 
@@ -82,7 +83,22 @@ bool WorkQueue::later(const Delayed& a, const Delayed& b) {
 void WorkQueue::post(Work work) {
     HV_ASSERT(work != nullptr);
     ++postsFromCurrentThread;
-    asio::post(loop_->io, std::move(work));
+    unfinishedPosts_.fetch_add(1, std::memory_order_relaxed);
+    asio::post(loop_->io, [this, work = std::move(work)] {
+        struct Finished {
+            std::atomic<std::size_t>& count;
+            ~Finished() { count.fetch_sub(1, std::memory_order_release); }
+        } finished{unfinishedPosts_};
+        work();
+    });
+}
+
+bool WorkQueue::hasWorkToRun() const {
+    if (unfinishedPosts_.load(std::memory_order_acquire) > 0) {
+        return true;
+    }
+    std::lock_guard lock(mutex_);
+    return !delayed_.empty() && delayed_.front().due <= clock_->now();
 }
 
 std::uint64_t WorkQueue::postsFromThisThread() {

@@ -14,6 +14,7 @@
 #include <asio/io_context.hpp>
 #include <asio/steady_timer.hpp>
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -84,6 +85,9 @@ protected:
 
     // Runs, on the calling thread, the delayed items that are due by the clock.
     std::size_t runDueDelayed();
+    // Whether a posted item has not finished yet or a delayed item is due by the clock. Work
+    // posted by another thread at the same moment may or may not be seen.
+    bool hasWorkToRun() const;
 
     // ManualClock::Participant.
     std::optional<TimePoint> nextDue() const override;
@@ -110,6 +114,7 @@ private:
     std::shared_ptr<Clock> clock_;
     std::vector<Delayed> delayed_;  // a heap by (due, sequence)
     std::uint64_t nextSequence_ = 0;
+    std::atomic<std::size_t> unfinishedPosts_{0};  // posted items not yet run to their end
 };
 
 }  // namespace havrel

@@ -4,6 +4,7 @@
 
 #include <future>
 #include <stdexcept>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -55,6 +56,40 @@ TEST(SerialQueue, RunsWorkInOrderOnItsOwnThread) {
     queue->asyncAfter(20ms, [&, order] { order->push_back(2); done.set_value(*order); });
     queue->asyncAfter(1ms, [order] { order->push_back(1); });
     EXPECT_EQ(done.get_future().get(), (std::vector<int>{1, 2}));
+}
+
+TEST(SerialQueue, ManualClockWaitsForWorkStillRunningAndWhatItPosts) {
+    auto clock = ManualClock::create();
+    auto first = SerialQueue::create("com.havrelapps.test.first", clock);
+    auto second = SerialQueue::create("com.havrelapps.test.second", clock);
+    std::vector<std::string> order;  // written by one queue at a time, read after advance
+    std::promise<void> started;
+    std::promise<void> release;
+    auto released = release.get_future().share();
+    first->post([&, released] {
+        started.set_value();
+        released.wait();
+        order.push_back("slow");
+        second->post([&] {
+            order.push_back("posted to second");
+            first->postAfter(1s, [&] { order.push_back("1s on first"); });
+        });
+    });
+    started.get_future().wait();
+    std::thread releaser([&] {
+        std::this_thread::sleep_for(30ms);
+        release.set_value();
+    });
+    // Nothing is due by the clock, but the first queue is busy: advance must wait for it and
+    // for what it hands on, and leave the delayed item for later.
+    clock->advance(0s);
+    releaser.join();
+    EXPECT_EQ(order, (std::vector<std::string>{"slow", "posted to second"}));
+    clock->advance(1s);
+    EXPECT_EQ(order, (std::vector<std::string>{"slow", "posted to second", "1s on first"}));
+    // Idle queues on the clock: advancing is immediate and runs nothing.
+    clock->advance(5s);
+    EXPECT_EQ(order.size(), 3u);
 }
 
 TEST(SerialQueue, DestructionDropsPendingWork) {
