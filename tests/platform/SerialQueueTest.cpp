@@ -87,7 +87,7 @@ TEST(SerialQueue, ManualClockWaitsForWorkStillRunningAndWhatItPosts) {
     EXPECT_EQ(order, (std::vector<std::string>{"slow", "posted to second"}));
     clock->advance(1s);
     EXPECT_EQ(order, (std::vector<std::string>{"slow", "posted to second", "1s on first"}));
-    // Idle queues on the clock: advancing is immediate and runs nothing.
+    // With both queues idle, a further advance runs nothing more.
     clock->advance(5s);
     EXPECT_EQ(order.size(), 3u);
 }
