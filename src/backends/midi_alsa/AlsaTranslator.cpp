@@ -29,6 +29,15 @@ void emitEvent(const MIDICore::MIDIEvent& event, const AlsaOutgoingTranslator::E
         emit(bytes);
     }
 }
+// A MIDI 2.0 note on of velocity exactly 0 is what a 7-bit velocity of 0 becomes in MIDI 2.0 words
+// (every 7-bit velocity from 1 up scales to 512 or more). The sequencer carries MIDI 1.0 only, and
+// the plain MIDI 2.0 to 1.0 rule would raise it to velocity 1: a quiet note that never ends on
+// every synth. It leaves as a note on of velocity 0 instead, which MIDI 1.0 receivers take as the
+// note's release, as the client meant it. Small non-zero MIDI 2.0 velocities keep the usual rule.
+bool isSilentNoteOn(const MIDICore::MIDIEvent::NoteOn& on) {
+    const auto velocity = on.velocity();
+    return velocity.kind() == MIDICore::ChanVoice7Bit16BitValue::Case::midi2 && velocity.midi2Value() == 0;
+}
 }  // namespace
 
 AlsaOutgoingTranslator::AlsaOutgoingTranslator() {
@@ -63,6 +72,12 @@ void AlsaOutgoingTranslator::eventList(std::span<const std::uint8_t> list, const
             }
         }
         for (const auto& event : midi2_.parsedEvents(umpBytes_)) {
+            if (const auto* on = event.get<MIDICore::MIDIEvent::NoteOn>(); on && isSilentNoteOn(*on)) {
+                const std::uint8_t bytes[3] = {MIDICore::detail::midi1Status(0x90, on->channel),
+                                               on->note.number().storage(), 0};
+                emit(std::span<const std::uint8_t>(bytes, 3));
+                continue;
+            }
             emitEvent(event, emit);
         }
     });

@@ -52,6 +52,23 @@ TEST(AlsaOutgoingTranslator, ChannelVoiceMessagesArriveWholeAtEitherProtocol) {
     EXPECT_EQ(sendEvents(midi2, events, MIDICore::MIDIProtocolVersion::midi2_0), expected);
 }
 
+TEST(AlsaOutgoingTranslator, AReleasedNotePadStaysANoteOnOfVelocityZero) {
+    // What the service sends for a note pad released to 0; a note off would change the message,
+    // a velocity of 1 would leave the note sounding.
+    const std::vector<MIDIEvent> released{MIDIEvent::noteOn(
+        UInt7(60), MIDICore::ChanVoice7Bit16BitValue::midi1(UInt7(0)), UInt4(3), UInt4(0), false)};
+    for (auto version : {MIDICore::MIDIProtocolVersion::midi1_0, MIDICore::MIDIProtocolVersion::midi2_0}) {
+        AlsaOutgoingTranslator translator;
+        EXPECT_EQ(sendEvents(translator, released, version), (std::vector<Bytes>{{0x93, 60, 0}}));
+    }
+    // A real MIDI 2.0 velocity below the 7-bit step is still heard.
+    AlsaOutgoingTranslator translator;
+    const std::vector<MIDIEvent> quiet{
+        MIDIEvent::noteOn(UInt7(60), MIDICore::ChanVoice7Bit16BitValue::midi2(300), UInt4(3))};
+    EXPECT_EQ(sendEvents(translator, quiet, MIDICore::MIDIProtocolVersion::midi2_0),
+              (std::vector<Bytes>{{0x93, 60, 1}}));
+}
+
 TEST(AlsaOutgoingTranslator, ASysExSpreadOverPacketsComesOutOnceWhole) {
     Bytes sysEx{0xF0, 0x7D};
     for (int i = 0; i < 40; ++i) {
