@@ -9,6 +9,7 @@
 #include "transport/bluetooth/RNCentralBluetoothManager.hpp"
 
 #include <algorithm>
+#include <utility>
 
 namespace havrel {
 
@@ -154,6 +155,13 @@ void RNCentralBluetoothConnection::handleClientData(ByteView data) {
              dictionary.type_name());
         return;
     }
+    if (introduced_) {
+        if (!std::exchange(repeatLogged_, true)) {
+            log("client handshake again on this link \u2014 only the first is acted on, later ones are dropped");
+        }
+        return;
+    }
+    introduced_ = true;
     const auto manager = bluetoothManager.lock();
     const auto apiVersion = dictionary.find("apiVersion");
     if (apiVersion != dictionary.end() && apiVersion->is_string() &&
