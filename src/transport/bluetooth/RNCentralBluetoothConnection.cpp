@@ -161,12 +161,12 @@ void RNCentralBluetoothConnection::handleClientData(ByteView data) {
         }
         return;
     }
-    introduced_ = true;
     const auto manager = bluetoothManager.lock();
     const auto apiVersion = dictionary.find("apiVersion");
     if (apiVersion != dictionary.end() && apiVersion->is_string() &&
         isNewerThanVersion(apiVersion->get_ref<const std::string&>(), kCentralAPIVersion)) {
         log("update needed!");
+        introduced_ = true;
         if (manager) {
             manager->cleanup();
         }
@@ -181,6 +181,7 @@ void RNCentralBluetoothConnection::handleClientData(ByteView data) {
              type == dictionary.end() ? std::string("(null)") : type->dump());
         return;
     }
+    introduced_ = true;
     client = received;
     client->peripheral = peripheral_;
     if (manager) {

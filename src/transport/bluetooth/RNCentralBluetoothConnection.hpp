@@ -85,8 +85,9 @@ public:
     // Reached by no message of the wire.
     void didReceiveProductTypeData(ByteView data);
     void didReceiveSceneSyncData(ByteView data);
-    // The client's introduction: JSON of its client dictionary. Only the first that reads is
-    // acted on; later ones are dropped, so a client repeating it adds no record and no alert.
+    // The client's introduction: JSON of its client dictionary. Once one is acted on (the client
+    // accepted, or refused as too new), later ones are dropped, so a client repeating it adds no
+    // record and no alert.
     void handleClientData(ByteView data);
 
 private:
