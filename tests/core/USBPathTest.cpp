@@ -273,10 +273,11 @@ TEST_F(USBPathTest, AHostileClientCannotWriteFilesRepeatAlertsOrAddRecordsAndSti
     ScopedLogCapture capture;
     ASSERT_TRUE(pump([&] { return localDevice_->connected(); }));
 
-    // A file before any introduction, then 3,000 introductions on one connection.
+    // A file before any introduction, then 3,000 introductions on one connection (without an
+    // identifier, which would match an earlier record).
     localDevice_->send(111, fileFrame("song.mid", "theirs"));
     for (int batch = 0; batch < 10; ++batch) {
-        for (int i = 0; i < 300; ++i) localDevice_->send(100, deviceInfo("Local Pad", "local-1", "2.1"));
+        for (int i = 0; i < 300; ++i) localDevice_->send(100, deviceInfo("Local Pad", "", "2.1"));
         pump([] { return false; }, std::chrono::milliseconds(20));
     }
     localDevice_->send(104, faderDocument(7, 1));
