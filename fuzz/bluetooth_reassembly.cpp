@@ -30,8 +30,10 @@ std::string asText(ByteView bytes) {
 
 class QuietPrompts final : public HostPrompts {
 public:
-    void showAlert(const std::string&, const std::string&, const std::string&) override {}
-    std::optional<std::filesystem::path> runSavePanel(const std::string&) override { return std::nullopt; }
+    void runSavePanel(const std::string&, SaveCompletion completion) override { completion(std::nullopt); }
+
+protected:
+    void presentAlert(const Alert&) override {}
 };
 
 // What the connection delivers, against what it should deliver.

@@ -4,10 +4,13 @@
 // first frame's property-list text into the client registry. Nothing may crash; a sync either
 // replaces the configuration or keeps it; the registry keeps at most one record of the device,
 // mutes the Bluetooth link of the same device only while an accepted USB record exists, and
-// forgets the device when it leaves.
+// forgets the device when it leaves. The same bytes are also a file name a client gives (it
+// becomes a plain, bounded, printable name), what the user types on the terminal in answer to
+// a save question (bounded lines), and a user-dirs.dirs file naming the download folder.
 #include "../tests/central/RangeCommandBuilders.hpp"
 #include "FuzzCheck.hpp"
 #include "central/HVCentralConnectionTypeManager.hpp"
+#include "central/HVReceivedFiles.hpp"
 #include "central/RNClient.hpp"
 #include "core/HVCentralConnectionManager.hpp"
 #include "model/HVEncodedConfiguration.hpp"
@@ -15,11 +18,14 @@
 #include "platform/HostPrompts.hpp"
 #include "platform/Log.hpp"
 #include "platform/MainQueue.hpp"
+#include "platform/TerminalAnswerReader.hpp"
+#include "platform/UserFolders.hpp"
 #include "transport/usb/HVCentralUSBManager.hpp"
 
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <algorithm>
 #include <filesystem>
 #include <string>
 
@@ -30,8 +36,10 @@ using namespace havrel;
 // Answers every prompt at once and keeps nothing, so long runs stay small.
 class CancellingPrompts final : public HostPrompts {
 public:
-    void showAlert(const std::string&, const std::string&, const std::string&) override {}
-    std::optional<std::filesystem::path> runSavePanel(const std::string&) override { return std::nullopt; }
+    void runSavePanel(const std::string&, SaveCompletion completion) override { completion(std::nullopt); }
+
+protected:
+    void presentAlert(const Alert&) override {}
 };
 
 // The registry starts the USB transport; made first, with the daemon and the local path out of
@@ -92,16 +100,40 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     auto& registry = *fixture.registry;
     const std::string text(reinterpret_cast<const char*>(data), size);
-    registry.HVCentralUSBManagerDidConnectToDeviceID(nullptr, 1, havrel::Dictionary{{"info", text}});
+    registry.HVCentralUSBManagerDidConnectToDeviceID(nullptr, 1, havrel::Dictionary{{"info", text}}, nullptr);
     FUZZ_CHECK(registry.clients.size() <= 2);
     bool sameDeviceOnUSB = false;
     for (const auto& usb : registry.usbClients()) {
         sameDeviceOnUSB |= usb->state != havrel::RNClientStateRefused && usb->deviceIdentityKey() == "Pad|abc";
     }
     FUZZ_CHECK(fixture.bluetooth->supersededByUSB == sameDeviceOnUSB);
-    registry.HVCentralUSBManagerDidDisconnectFromDeviceID(nullptr, 1, havrel::Dictionary::object());
+    registry.HVCentralUSBManagerDidDisconnectFromDeviceID(nullptr, 1, havrel::Dictionary::object(), nullptr);
     FUZZ_CHECK(registry.clients.size() == 1);
     FUZZ_CHECK(!fixture.bluetooth->supersededByUSB);
+
+    const std::string name = havrel::HVReceivedFiles::plainFileName(text);
+    FUZZ_CHECK(!name.empty() && name.size() <= havrel::HVReceivedFiles::kMaximumNameLength);
+    FUZZ_CHECK(name != "." && name != ".." && name.find('/') == std::string::npos);
+    FUZZ_CHECK(std::none_of(name.begin(), name.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20; }));
+    try {
+        (void)havrel::Dictionary(name).dump();  // throws on invalid UTF-8
+    } catch (const nlohmann::json::exception&) {
+        FUZZ_CHECK(!"a plain file name is valid UTF-8");
+    }
+
+    // Cut in two reads, as a terminal may deliver them.
+    havrel::TerminalAnswerReader answers;
+    auto lines = answers.feed(std::string_view(text).substr(0, size / 2));
+    const auto more = answers.feed(std::string_view(text).substr(size / 2));
+    lines.insert(lines.end(), more.begin(), more.end());
+    FUZZ_CHECK(lines.size() == static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n')));
+    for (const auto& line : lines) {
+        FUZZ_CHECK(line.text.size() <= havrel::TerminalAnswerReader::kMaximumLineLength);
+        const auto answer = havrel::TerminalAnswerReader::interpret(line);
+        FUZZ_CHECK(answer.choice != havrel::TerminalAnswerReader::Choice::path || !answer.path.empty());
+    }
+    const auto downloads = havrel::UserFolders::downloadsFromUserDirs(text, "/home/u");
+    FUZZ_CHECK(downloads.empty() || downloads.is_absolute());
 
     // Indicator timers and queued notifications run, so nothing piles up between inputs.
     havrel::MainQueue::shared().advance(std::chrono::milliseconds(200));

@@ -55,6 +55,7 @@ struct Options {
     bool hardwareMIDI = false;
     bool noBluetooth = false;
     std::string bluetoothAdapter;
+    std::string receiveFolder;
 };
 
 // Bluetooth through BlueZ where the system bus has it with an adapter; otherwise one line says
@@ -139,6 +140,10 @@ int main(int argc, char** argv) {
     app.add_flag("--status-control", options.statusControl,
                  "let the status page switch hardware outputs and the internal clock");
     app.add_flag("--hardware-midi", options.hardwareMIDI, "send to the machine's hardware MIDI destinations as well");
+    auto* receiveFolder = app.add_option(
+        "--receive-folder", options.receiveFolder,
+        "folder for files from clients when no one answers on a terminal (default: the download folder's "
+        "Havrel; \"\": refuse them)");
     CLI11_PARSE(app, argc, argv);
 
     // Everything but the MIDI print goes to stderr.
@@ -152,6 +157,9 @@ int main(int argc, char** argv) {
     }
     TerminalHostPrompts::Options promptOptions;
     promptOptions.output = &std::cerr;
+    if (*receiveFolder) {
+        promptOptions.saveFolder = std::filesystem::path(options.receiveFolder);
+    }
     HostPrompts::setShared(std::make_shared<TerminalHostPrompts>(promptOptions));
 
     // This thread runs the main queue, which is the MIDI library's main queue too.

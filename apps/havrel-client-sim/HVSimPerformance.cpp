@@ -79,6 +79,9 @@ std::vector<HVSimFrame> HVSimPerformance::frames(const std::vector<HVSimStep>& s
             case HVSimStepKind::change:
                 emit(time, TNFrameTypeChangeData, step.payload);
                 break;
+            case HVSimStepKind::file:
+                emit(time, TNFrameTypeConfigurationDataFromCentral, step.payload);
+                break;
         }
     }
     return frames;

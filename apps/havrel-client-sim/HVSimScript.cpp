@@ -1,6 +1,8 @@
 #include "havrel-client-sim/HVSimScript.hpp"
 
+#include "central/HVFileRepresentation.hpp"
 #include "havrel-client-sim/HVSimError.hpp"
+#include "model/HVDataHelpers.hpp"
 #include "model/HVDictionaryReading.hpp"
 
 #include <fmt/format.h>
@@ -88,8 +90,16 @@ public:
         } else if (keyword == "change") {
             step.kind = HVSimStepKind::change;
             step.payload = changeText(trimmed(text_.substr(keyword.size())));
+        } else if (keyword == "file") {
+            expect(arguments.size() == 2, "file <name> <text>");
+            step.kind = HVSimStepKind::file;
+            auto file = HVFileRepresentation::create();
+            file->filename = std::string(arguments[0]);
+            file->data = *gzipDeflate(Bytes(arguments[1].begin(), arguments[1].end()));
+            const std::string json = file->dictionary().dump();
+            step.payload.assign(json.begin(), json.end());
         } else {
-            fail(fmt::format("unknown command '{}' (set, sweep, tap, wait, midi, change)", keyword));
+            fail(fmt::format("unknown command '{}' (set, sweep, tap, wait, midi, change, file)", keyword));
         }
         return step;
     }

@@ -7,6 +7,7 @@
 //   wait <seconds>
 //   midi <hex bytes>                                  a status byte and up to two data bytes
 //   change <json>                                     a change command, sent as it stands
+//   file <name> <text>                                a file of that name holding the text (USB)
 //
 // '#' starts a comment; blank lines are skipped. Controls are the words of the built-in surface
 // or wrapper numbers. In the inline form ';' separates lines as well.
@@ -21,7 +22,7 @@
 
 namespace havrel {
 
-enum class HVSimStepKind { set, sweep, tap, wait, midi, change };
+enum class HVSimStepKind { set, sweep, tap, wait, midi, change, file };
 
 struct HVSimStep {
     HVSimStepKind kind = HVSimStepKind::wait;
@@ -31,7 +32,7 @@ struct HVSimStep {
     std::vector<double> from;  // sweep
     std::vector<double> to;    // set, sweep
     double seconds = 0.0;      // sweep, tap (the hold), wait
-    Bytes payload;             // midi: the 1 to 3 message bytes; change: the JSON text
+    Bytes payload;             // midi: the 1 to 3 message bytes; change, file: the JSON text
 };
 
 class HVSimScript {

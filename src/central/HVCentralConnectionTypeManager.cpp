@@ -2,6 +2,7 @@
 
 #include "central/HVCentralTransmissionManager.hpp"
 #include "central/HVFileRepresentation.hpp"
+#include "central/HVReceivedFiles.hpp"
 #include "central/RNClient.hpp"
 #include "model/HVDataHelpers.hpp"
 #include "model/HVDictionaryReading.hpp"
@@ -10,7 +11,6 @@
 #include "platform/Log.hpp"
 
 #include <algorithm>
-#include <fstream>
 
 namespace havrel {
 
@@ -37,20 +37,14 @@ Dictionary parseDocument(ByteView data, std::string_view reader, std::string& er
     return parsed;
 }
 
-void showFileError(const std::string& informativeText) {
-    HostPrompts::shared()->showAlert("Error recieving file.", informativeText, "OK");
+// Once per client and text: a client sending the same bad file again does not repeat the alert.
+void showFileError(const std::shared_ptr<RNClient>& client, const std::string& informativeText) {
+    HostPrompts::shared()->showAlert("Error recieving file.", informativeText, "OK", client);
 }
 
 // The error alert keeps its "%@": the reason is not put into the text.
-void showFileReceiptError() {
-    showFileError("Central encountered the following error %@");
-}
-
-bool writeFile(const std::filesystem::path& path, ByteView data) {
-    std::ofstream file(path, std::ios::binary | std::ios::trunc);
-    file.write(reinterpret_cast<const char*>(data.data()), static_cast<std::streamsize>(data.size()));
-    file.close();
-    return static_cast<bool>(file);
+void showFileReceiptError(const std::shared_ptr<RNClient>& client) {
+    showFileError(client, "Central encountered the following error %@");
 }
 
 }  // namespace
@@ -140,44 +134,65 @@ void HVCentralConnectionTypeManager::didReceiveChangeData(std::optional<ByteView
     client->configuration->processChangeCommand(*RNDataPackagerChangeCommandDataWrapper::initFromDictionary(parsed));
 }
 
+bool HVCentralConnectionTypeManager::isHeard(const std::shared_ptr<RNClient>& client) {
+    return client && client->state != RNClientStateRefused && !client->supersededByUSB;
+}
+
 void HVCentralConnectionTypeManager::didReceivePureMIDIData(ByteView data, const std::shared_ptr<RNClient>& client) {
+    // Direct MIDI needs no configuration, so without this a client that was never accepted, or
+    // is muted, would still play.
+    if (!isHeard(client)) {
+        logDiagf("didReceivePureMIDIData: dropped, {} is not heard", describe(client));
+        return;
+    }
     auto transmissionManager = HVCentralTransmissionManager::sharedInstance();
     transmissionManager->didReceiveCommandForClient(client);
     transmissionManager->sendPureCommandWithData(data);
 }
 
 void HVCentralConnectionTypeManager::didReceiveFileRepData(ByteView data, const std::shared_ptr<RNClient>& client) {
-    (void)client;
+    // A file touches the user's disk: only a client the registry accepted may send one.
+    if (!isHeard(client)) {
+        logf("didReceiveFileRepData: file dropped, {} is not an accepted client", describe(client));
+        return;
+    }
     std::string error;
     const Dictionary parsed = parseJSONFromOutside(data, "didReceiveFileRepData", &error);
     if (parsed.is_discarded()) {
         logf("didReceiveFileRepData: file representation does not read: {}", error);
-        showFileReceiptError();
+        showFileReceiptError(client);
         return;
     }
     auto representation = HVFileRepresentation::initFromDictionary(parsed);
-    // The name comes from the device: only its last component is offered, so the file lands in
-    // the folder the user picks.
-    const auto location = HostPrompts::shared()->runSavePanel(
-        HostPrompts::safeFileName(representation->filename.value_or(std::string())));
-    if (!location) {
-        return;
+    std::shared_ptr<const Bytes> payload;
+    if (representation->data) {
+        payload = std::make_shared<const Bytes>(std::move(*representation->data));
     }
-    if (!representation->data || !isGzipData(*representation->data)) {
-        log("error not a gzip data file");
-        showFileError("Central encountered an invalid file format");
-        return;
-    }
-    const auto inflated = gzipInflate(*representation->data);
-    if (!inflated) {
-        log("didReceiveFileRepData: file data is gzip but does not inflate, nothing written");
-        showFileReceiptError();
-        return;
-    }
-    if (!writeFile(*location, *inflated)) {
-        logf("didReceiveFileRepData: could not write {}", location->string());
-        showFileReceiptError();
-    }
+    std::weak_ptr<RNClient> weakClient = client;
+    // The name comes from the device: only a plain, bounded file name is offered, so the file
+    // lands in the folder the user picks.
+    HostPrompts::shared()->runSavePanel(
+        HVReceivedFiles::plainFileName(representation->filename.value_or(std::string())),
+        [payload, weakClient](std::optional<std::filesystem::path> location) {
+            if (!location) {
+                return;
+            }
+            const auto sender = weakClient.lock();
+            if (!payload || !isGzipData(*payload)) {
+                log("error not a gzip data file");
+                showFileError(sender, "Central encountered an invalid file format");
+                return;
+            }
+            const std::string name = sender ? sender->connectionName.value_or("") : "";
+            HVReceivedFiles::shared()->write(payload, *location, name, [weakClient](const HVReceivedFiles::Result& result) {
+                if (result.written) {
+                    logf("received file written to {}", result.written->string());
+                    return;
+                }
+                logf("didReceiveFileRepData: nothing written: {}", result.error);
+                showFileReceiptError(weakClient.lock());
+            });
+        });
 }
 
 void HVCentralConnectionTypeManager::registerValueChangeObserversIfNeeded() {

@@ -36,10 +36,14 @@ public:
     // One change command as JSON text, applied to the client's configuration. nullopt: the
     // transport had no data.
     void didReceiveChangeData(std::optional<ByteView> data, const std::shared_ptr<RNClient>& client);
-    // One three-byte MIDI message, sent as it is.
+    // One three-byte MIDI message, sent as it is when the client is heard.
     void didReceivePureMIDIData(ByteView data, const std::shared_ptr<RNClient>& client);
-    // A file representation as JSON: the user picks where its inflated data is written.
+    // A file representation as JSON from a heard client: the user picks where its inflated
+    // data is written (never over another file); the write runs off the main queue.
     void didReceiveFileRepData(ByteView data, const std::shared_ptr<RNClient>& client);
+
+    // A client record the registry accepted that is neither refused nor muted; nullptr is not.
+    static bool isHeard(const std::shared_ptr<RNClient>& client);
 
     void registerValueChangeObserversIfNeeded();
     // Subscribes the class handler once, however many managers register.

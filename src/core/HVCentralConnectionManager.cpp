@@ -7,7 +7,6 @@
 #include "central/RNCentral.hpp"
 #include "central/RNClient.hpp"
 #include "model/HVDictionaryReading.hpp"
-#include "platform/DefaultsStore.hpp"
 #include "platform/HostPrompts.hpp"
 #include "platform/Log.hpp"
 #include "platform/NotificationCenter.hpp"
@@ -15,8 +14,6 @@
 #include "platform/SharedSlot.hpp"
 
 #include <algorithm>
-#include <chrono>
-#include <ctime>
 #include <set>
 
 namespace havrel {
@@ -27,16 +24,6 @@ namespace {
 SharedSlot<HVCentralConnectionManager>& sharedSlot() {
     static SharedSlot<HVCentralConnectionManager> slot;
     return slot;
-}
-
-// The current date and time as ISO-8601 text in UTC, to the second: "2024-05-01T09:30:00Z".
-std::string currentDateText() {
-    const std::time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
-    std::tm utc{};
-    ::gmtime_r(&now, &utc);
-    char text[32];
-    const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &utc);
-    return std::string(text, length);
 }
 
 std::string describe(std::optional<std::int64_t> deviceID) {
@@ -77,7 +64,9 @@ std::shared_ptr<HVCentralConnectionManager> HVCentralConnectionManager::initWith
 
 HVCentralConnectionManager::HVCentralConnectionManager(Key, std::string productToSendOut,
                                                        std::string versionToSendOut)
-    : productToSendOut_(std::move(productToSendOut)), versionToSendOut_(std::move(versionToSendOut)) {}
+    : productToSendOut_(std::move(productToSendOut)),
+      versionToSendOut_(std::move(versionToSendOut)),
+      handoffMarker_(HVHandoffMarker::create()) {}
 
 void HVCentralConnectionManager::startTransports() {
     // The USB transport is made once per process; a host that made it first with options of its
@@ -171,7 +160,8 @@ void HVCentralConnectionManager::updateTransportArbitration() {
 
 void HVCentralConnectionManager::HVCentralUSBManagerDidConnectToDeviceID(HVCentralUSBManager* manager,
                                                                          std::optional<std::int64_t> deviceID,
-                                                                         const Dictionary& info) {
+                                                                         const Dictionary& info,
+                                                                         const std::shared_ptr<TNChannel>& channel) {
     (void)manager;
     if (alreadyConnectedToDeviceID(deviceID)) {
         return;
@@ -187,18 +177,18 @@ void HVCentralConnectionManager::HVCentralUSBManagerDidConnectToDeviceID(HVCentr
     if (!frame) {
         logf("HVCentralConnectionManager: first frame of device {} is not a property list, client refused",
              describe(deviceID));
-        refuseUndescribedUSBClient(undescribed);
+        refuseUndescribedUSBClient(undescribed, channel);
         return;
     }
     const Dictionary* description = dictionaryValue(*frame, "usbClient");
     if (description == nullptr) {
-        refuseUndescribedUSBClient(undescribed);
+        refuseUndescribedUSBClient(undescribed, channel);
         return;
     }
     if (!description->is_object()) {
         logf("HVCentralConnectionManager: \"usbClient\" of device {} is not a dictionary, client refused",
              describe(deviceID));
-        refuseUndescribedUSBClient(undescribed);
+        refuseUndescribedUSBClient(undescribed, channel);
         return;
     }
 
@@ -215,11 +205,10 @@ void HVCentralConnectionManager::HVCentralUSBManagerDidConnectToDeviceID(HVCentr
     }
     client->deviceID = deviceID;
     client->state = RNClientStateAcceptedOverUSB;
-    // The version alert runs a modal loop in which other clients may have arrived.
     if (alreadyConnectedToDeviceID(deviceID) || alreadyConnectedToClientWithUniqueIdentifier(client->uniqueIdentifier)) {
         return;
     }
-    clients.push_back(client);
+    addRecord(client, channel);
     updateTransportArbitration();
     announceConnectedClient();
     if (auto delegate = usbDelegate.lock()) {
@@ -227,32 +216,73 @@ void HVCentralConnectionManager::HVCentralUSBManagerDidConnectToDeviceID(HVCentr
     }
 }
 
-void HVCentralConnectionManager::refuseUndescribedUSBClient(const std::shared_ptr<RNUSBClient>& client) {
+void HVCentralConnectionManager::refuseUndescribedUSBClient(const std::shared_ptr<RNUSBClient>& client,
+                                                            const std::shared_ptr<TNChannel>& channel) {
     client->state = RNClientStateRefused;
     client->errorMessage = "Havrel Central needs to be updated to connect to this client.";
     if (!alreadyConnectedToDeviceID(client->deviceID)) {
-        clients.push_back(client);
+        addRecord(client, channel);
     }
     if (auto delegate = usbDelegate.lock()) {
         delegate->HVCentralConnectionManagerDidRefuseToConnectUSBClient(this, client);
     }
 }
 
+void HVCentralConnectionManager::addRecord(const std::shared_ptr<RNClient>& client,
+                                           const std::shared_ptr<TNChannel>& channel) {
+    clients.push_back(client);
+    if (channel) {
+        std::erase_if(channelRecords_, [](const auto& entry) { return entry.first.expired() || entry.second.expired(); });
+        channelRecords_.emplace_back(channel, client);
+    }
+}
+
+std::shared_ptr<RNClient> HVCentralConnectionManager::takeRecordOfChannel(const std::shared_ptr<TNChannel>& channel) {
+    std::shared_ptr<RNClient> client;
+    std::erase_if(channelRecords_, [&](const auto& entry) {
+        const auto known = entry.first.lock();
+        if (known == channel && !client) {
+            client = entry.second.lock();
+        }
+        return !known || known == channel;
+    });
+    if (client) {
+        std::erase(clients, client);
+    }
+    return client;
+}
+
+std::shared_ptr<RNUSBClient> HVCentralConnectionManager::usbClientForChannel(const std::shared_ptr<TNChannel>& channel) {
+    for (const auto& [known, client] : channelRecords_) {
+        if (channel && known.lock() == channel) {
+            return std::dynamic_pointer_cast<RNUSBClient>(client.lock());
+        }
+    }
+    return nullptr;
+}
+
 void HVCentralConnectionManager::HVCentralUSBManagerDidDisconnectFromDeviceID(HVCentralUSBManager* manager,
                                                                               std::optional<std::int64_t> deviceID,
-                                                                              const Dictionary& info) {
+                                                                              const Dictionary& info,
+                                                                              const std::shared_ptr<TNChannel>& channel) {
     (void)manager;
     (void)info;
-    const auto found = std::find_if(clients.begin(), clients.end(), [&](const auto& client) {
-        if (deviceID) {
-            return client->deviceID == deviceID;
-        }
-        return !client->deviceID && std::dynamic_pointer_cast<RNUSBClient>(client) != nullptr;
-    });
     std::shared_ptr<RNClient> client;
-    if (found != clients.end()) {
-        client = *found;
-        clients.erase(found);
+    if (channel) {
+        // The record of exactly this connection: on the local path every record has no device
+        // number, and the first of them may belong to another connection.
+        client = takeRecordOfChannel(channel);
+    } else {
+        const auto found = std::find_if(clients.begin(), clients.end(), [&](const auto& candidate) {
+            if (deviceID) {
+                return candidate->deviceID == deviceID;
+            }
+            return !candidate->deviceID && std::dynamic_pointer_cast<RNUSBClient>(candidate) != nullptr;
+        });
+        if (found != clients.end()) {
+            client = *found;
+            clients.erase(found);
+        }
     }
     updateTransportArbitration();
     if (auto delegate = usbDelegate.lock()) {
@@ -262,7 +292,7 @@ void HVCentralConnectionManager::HVCentralUSBManagerDidDisconnectFromDeviceID(HV
 }
 
 void HVCentralConnectionManager::announceConnectedClient() {
-    DefaultsStore::standard()->set(kLastConnectedAtKey, currentDateText());
+    handoffMarker_->markConnection();
     log("[HVHandoffMac] client connected on Mac \u2014 wrote lastConnectedAt marker");
     NotificationCenter::defaultCenter().post(HVHandoffMacClientConnectedNotification);
 }

@@ -6,6 +6,7 @@
 // Runs on the main queue.
 
 #include "core/HVCentralConnectionManagerUSBDelegate.hpp"
+#include "core/HVHandoffMarker.hpp"
 #include "transport/bluetooth/RNCentralBluetoothManagerDelegate.hpp"
 #include "transport/usb/HVCentralUSBManagerDelegate.hpp"
 
@@ -20,6 +21,7 @@ namespace havrel {
 class RNClient;
 class RNUSBClient;
 class RNBluetoothClient;
+class TNChannel;
 
 inline constexpr const char* HVHandoffMacClientConnectedNotification = "HVHandoffMacClientConnectedNotification";
 inline constexpr const char* HVHandoffMacClientDisconnectedNotification =
@@ -71,12 +73,19 @@ public:
     // don't count) and unmutes the others, with one log line per change.
     void updateTransportArbitration();
 
-    // --- The USB transport. ---
+    // The USB record that the channel's first frame made (accepted or refused), or nullptr.
+    std::shared_ptr<RNUSBClient> usbClientForChannel(const std::shared_ptr<TNChannel>& channel) override;
+
+    // --- The USB transport. With a channel, its record is remembered, and the channel's end
+    // removes exactly that record (the local path has no device number to find it by). ---
     void HVCentralUSBManagerDidConnectToDeviceID(HVCentralUSBManager* manager, std::optional<std::int64_t> deviceID,
-                                                 const Dictionary& info) override;
+                                                 const Dictionary& info,
+                                                 const std::shared_ptr<TNChannel>& channel) override;
     void HVCentralUSBManagerDidDisconnectFromDeviceID(HVCentralUSBManager* manager,
-                                                      std::optional<std::int64_t> deviceID,
-                                                      const Dictionary& info) override;
+                                                      std::optional<std::int64_t> deviceID, const Dictionary& info,
+                                                      const std::shared_ptr<TNChannel>& channel) override;
+
+    const HVHandoffMarker& handoffMarker() const { return *handoffMarker_; }
 
     // --- The Bluetooth transport. ---
     void RNCentralBluetoothManagerDidReceiveClient(RNCentralBluetoothManager* manager,
@@ -99,12 +108,19 @@ private:
     void startTransports();
     // Refuses a USB client whose first frame does not describe it: the record is kept, marked
     // refused, until its device leaves.
-    void refuseUndescribedUSBClient(const std::shared_ptr<RNUSBClient>& client);
+    void refuseUndescribedUSBClient(const std::shared_ptr<RNUSBClient>& client,
+                                    const std::shared_ptr<TNChannel>& channel);
+    void addRecord(const std::shared_ptr<RNClient>& client, const std::shared_ptr<TNChannel>& channel);
+    // Removes and returns the record the channel made, or nullptr.
+    std::shared_ptr<RNClient> takeRecordOfChannel(const std::shared_ptr<TNChannel>& channel);
     // The marker, the log line and the notification of an accepted client.
     void announceConnectedClient();
 
     const std::string productToSendOut_;
     const std::string versionToSendOut_;
+    const std::shared_ptr<HVHandoffMarker> handoffMarker_;
+    // The record each USB channel made, while both live.
+    std::vector<std::pair<std::weak_ptr<TNChannel>, std::weak_ptr<RNClient>>> channelRecords_;
 };
 
 }  // namespace havrel

@@ -1,5 +1,6 @@
 #include "platform/DefaultsStore.hpp"
 
+#include "platform/DurableWrite.hpp"
 #include "platform/Log.hpp"
 #include "platform/SharedSlot.hpp"
 #include "platform/UserFolders.hpp"
@@ -33,23 +34,7 @@ std::optional<std::string> writeDurably(const std::filesystem::path& path,
     if (fd < 0) {
         return std::strerror(errno);
     }
-    std::size_t written = 0;
-    while (written < bytes.size()) {
-        const ssize_t n = ::write(fd, bytes.data() + written, bytes.size() - written);
-        if (n < 0 && errno == EINTR) {
-            continue;
-        }
-        if (n <= 0) {
-            const std::string error = n < 0 ? std::strerror(errno) : "short write";
-            ::close(fd);
-            return error;
-        }
-        written += static_cast<std::size_t>(n);
-    }
-    if (::fsync(fd) != 0 || ::close(fd) != 0) {
-        return std::strerror(errno);
-    }
-    return std::nullopt;
+    return writeDurablyAndClose(fd, std::span(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()));
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 // database) applies.
 
 #include <filesystem>
+#include <string_view>
 
 namespace havrel {
 
@@ -16,6 +17,12 @@ public:
     static std::filesystem::path caches();
     // $XDG_CONFIG_HOME, else ~/.config.
     static std::filesystem::path config();
+    // $XDG_DOWNLOAD_DIR, else its line in config()/user-dirs.dirs, else ~/Downloads.
+    static std::filesystem::path downloads();
+
+    // The folder that the XDG_DOWNLOAD_DIR line of a user-dirs.dirs text names ("$HOME/..." or
+    // an absolute path, in double quotes), or an empty path.
+    static std::filesystem::path downloadsFromUserDirs(std::string_view text, const std::filesystem::path& home);
 };
 
 }  // namespace havrel

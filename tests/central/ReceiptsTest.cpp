@@ -6,6 +6,7 @@
 #include "central/HVCentralConnectionTypeManager.hpp"
 #include "central/HVCentralTransmissionManager.hpp"
 #include "central/HVFileRepresentation.hpp"
+#include "central/HVReceivedFiles.hpp"
 #include "central/RNClient.hpp"
 #include "model/HVDataHelpers.hpp"
 #include "model/HVEncodedConfiguration.hpp"
@@ -56,12 +57,14 @@ protected:
         HVCentralTransmissionManager::sharedInstance()->resetForTesting();
         HVMIDISender::setShared(sender_);
         HostPrompts::setShared(prompts_);
+        HVReceivedFiles::setShared(std::make_shared<HVReceivedFiles>());
         char pattern[] = "/tmp/havrel-receipts-XXXXXX";
         folder_ = ::mkdtemp(pattern);
     }
     void TearDown() override {
         HVMIDISender::setShared(nullptr);
         HostPrompts::setShared(nullptr);
+        HVReceivedFiles::setShared(nullptr);
         HVCentralTransmissionManager::sharedInstance()->resetForTesting();
         std::filesystem::remove_all(folder_);
     }
@@ -73,6 +76,16 @@ protected:
         file->filename = filename;
         file->data = data;
         return file->dictionary().dump();
+    }
+
+    // Lets the main queue and the file queue work until the condition holds.
+    bool settle(const std::function<bool()>& condition) {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (!condition()) {
+            if (std::chrono::steady_clock::now() > deadline) return false;
+            clock_.advance(std::chrono::milliseconds(1));
+        }
+        return true;
     }
 
     std::string readFile(const std::filesystem::path& path) {
@@ -166,56 +179,76 @@ TEST_F(ReceiptsTest, PureMIDIReachesTheSenderWithoutASync) {
     EXPECT_EQ(sender_->calls, (std::vector<std::string>{"On 60 100 ch1 virtual=true", "CC 7 64 ch0 virtual=true"}));
     EXPECT_EQ(HVCentralTransmissionManager::sharedInstance()->activeIndicatorCount(), 1u);
 
-    // Too short to be a message: nothing is sent.
+    // Too short to be a message, or from a client that is refused, muted or unknown: nothing.
     manager_.didReceivePureMIDIData(Bytes{0x10}, client_);
+    auto refused = RNUSBClient::create();
+    refused->state = RNClientStateRefused;
+    auto muted = RNBluetoothClient::create();
+    muted->supersededByUSB = true;
+    for (const auto& client : {std::shared_ptr<RNClient>(refused), std::shared_ptr<RNClient>(muted), std::shared_ptr<RNClient>()}) {
+        manager_.didReceivePureMIDIData(Bytes{0x90 ^ 0x80, 60, 100}, client);
+    }
     EXPECT_EQ(sender_->calls.size(), 2u);
 }
 
-TEST_F(ReceiptsTest, FilesAreInflatedToTheChosenPathOrRefusedWithAnAlert) {
+TEST_F(ReceiptsTest, FilesAreInflatedToTheChosenPathOrRefusedWithOneAlertAClient) {
     ScopedLogCapture capture;
     const std::string contents = "<arrangement/>";
     const auto zipped = *gzipDeflate(bytesOf(contents));
 
+    // Not from a client the registry accepted: no question, nothing written.
+    auto refused = RNUSBClient::create();
+    refused->state = RNClientStateRefused;
+    manager_.didReceiveFileRepData(bytesOf(fileRepText("Song.arr", zipped)), refused);
+    manager_.didReceiveFileRepData(bytesOf(fileRepText("Song.arr", zipped)), nullptr);
+    EXPECT_TRUE(prompts_->savePanels().empty());
+    EXPECT_EQ(capture.count("is not an accepted client"), 2u);
+
     prompts_->queueSaveAnswer(folder_ / "chosen.arr");
     manager_.didReceiveFileRepData(bytesOf(fileRepText("Song.arr", zipped)), client_);
+    ASSERT_TRUE(settle([&] { return capture.contains("received file written to"); }));
     EXPECT_EQ(prompts_->savePanels(), std::vector<std::string>{"Song.arr"});
     EXPECT_EQ(readFile(folder_ / "chosen.arr"), contents);
     EXPECT_TRUE(prompts_->alerts().empty());
 
     // A name from the device is offered as a plain file name only.
-    prompts_->queueSaveAnswer(std::nullopt);
-    manager_.didReceiveFileRepData(bytesOf(fileRepText("../../etc/x", zipped)), client_);
-    EXPECT_EQ(prompts_->savePanels().back(), "x");
-    EXPECT_TRUE(prompts_->alerts().empty());
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder_), {}), 1);
+    manager_.didReceiveFileRepData(bytesOf(fileRepText("../../etc/x\x01", zipped)), client_);
+    EXPECT_EQ(prompts_->savePanels().back(), "x_");
 
     using Alert = ScriptedHostPrompts::Alert;
-    const Alert receiptError{"Error recieving file.", "Central encountered the following error %@", "OK"};
-
     // Raw data is refused after the location is chosen, and nothing is written.
     prompts_->queueSaveAnswer(folder_ / "raw.arr");
     manager_.didReceiveFileRepData(bytesOf(fileRepText("raw.arr", bytesOf(contents))), client_);
-    EXPECT_FALSE(std::filesystem::exists(folder_ / "raw.arr"));
-    EXPECT_EQ(capture.count("error not a gzip data file"), 1u);
-    ASSERT_EQ(prompts_->alerts().size(), 1u);
+    ASSERT_TRUE(settle([&] { return prompts_->alerts().size() == 1; }));
     EXPECT_EQ(prompts_->alerts()[0], (Alert{"Error recieving file.", "Central encountered an invalid file format", "OK"}));
+    EXPECT_EQ(capture.count("error not a gzip data file"), 1u);
 
-    // Not JSON: the alert, and no save panel.
-    const auto panels = prompts_->savePanels().size();
+    // Not JSON, a location that cannot be written and gzip that does not inflate: the same
+    // alert, shown once for the client, and a log line each.
+    std::ofstream(folder_ / "plain") << "x";
+    prompts_->queueSaveAnswer(folder_ / "plain" / "song.arr");
     manager_.didReceiveFileRepData(bytesOf("{\"filename\":"), client_);
-    EXPECT_EQ(prompts_->savePanels().size(), panels);
-    ASSERT_EQ(prompts_->alerts().size(), 2u);
-    EXPECT_EQ(prompts_->alerts()[1], receiptError);
-
-    // A location that cannot be written, and gzip that does not inflate, give the same alert.
-    prompts_->queueSaveAnswer(folder_ / "missing" / "song.arr");
     manager_.didReceiveFileRepData(bytesOf(fileRepText("song.arr", zipped)), client_);
     prompts_->queueSaveAnswer(folder_ / "broken.arr");
     manager_.didReceiveFileRepData(bytesOf(fileRepText("broken.arr", Bytes{0x1F, 0x8B, 0x08, 0x00, 1, 2})), client_);
-    EXPECT_FALSE(std::filesystem::exists(folder_ / "broken.arr"));
-    ASSERT_EQ(prompts_->alerts().size(), 4u);
-    EXPECT_EQ(prompts_->alerts()[2], receiptError);
-    EXPECT_EQ(prompts_->alerts()[3], receiptError);
+    ASSERT_TRUE(settle([&] { return capture.count("didReceiveFileRepData: nothing written") == 2; }));
+    EXPECT_EQ(prompts_->alerts(),
+              (std::vector<Alert>{prompts_->alerts()[0],
+                                  {"Error recieving file.", "Central encountered the following error %@", "OK"}}));
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder_), {}), 2);  // chosen.arr, plain
+}
+
+TEST(ReceivedFileNames, ANameFromAClientBecomesAPlainBoundedPrintableName) {
+    EXPECT_EQ(HVReceivedFiles::plainFileName("../../etc/passwd"), "passwd");
+    EXPECT_EQ(HVReceivedFiles::plainFileName("C:\\songs\\a.mid"), "a.mid");
+    EXPECT_EQ(HVReceivedFiles::plainFileName(".."), "Untitled");
+    EXPECT_EQ(HVReceivedFiles::plainFileName("dir/"), "Untitled");
+    EXPECT_EQ(HVReceivedFiles::plainFileName("a\nb\x7f\xff\xc3\xa9.mid"), "a_b__\xc3\xa9.mid");
+    const std::string longName = HVReceivedFiles::plainFileName(std::string(150, 'a') + std::string(100, '\xe9') + ".mid");
+    EXPECT_EQ(longName.size(), HVReceivedFiles::kMaximumNameLength);
+    EXPECT_TRUE(longName.ends_with("_.mid"));
+    // Cut at a character boundary.
+    EXPECT_EQ(HVReceivedFiles::plainFileName(std::string(195, 'a') + "\xc3\xa9\xc3\xa9.mid"), std::string(195, 'a') + ".mid");
 }
 
 }  // namespace

@@ -80,13 +80,13 @@ TEST_F(ScriptTest, InlineFormSeparatesLinesBySemicolonsAndNumbersThem) {
         FAIL() << "a bad second line parsed";
     } catch (const HVSimScriptError& error) {
         EXPECT_EQ(error.line(), 2u);
-        EXPECT_EQ(error.message(), "unknown command 'jump' (set, sweep, tap, wait, midi, change)");
+        EXPECT_EQ(error.message(), "unknown command 'jump' (set, sweep, tap, wait, midi, change, file)");
     }
 }
 
 TEST_F(ScriptTest, EachKindOfBadLineNamesItsLineAndFault) {
     const std::vector<std::pair<std::string, std::string>> cases = {
-        {"jump fader", "line 1: unknown command 'jump' (set, sweep, tap, wait, midi, change)"},
+        {"jump fader", "line 1: unknown command 'jump' (set, sweep, tap, wait, midi, change, file)"},
         {"wait 1\nset fader", "line 2: expected: set <control> <position>[,<position>]"},
         {"set fader 0.5 0.6", "line 1: expected: set <control> <position>[,<position>]"},
         {"set knob 0.5", "line 1: no control 'knob' (controls: fader, xy, pad, program, pitch, radial)"},

@@ -49,7 +49,7 @@ TEST_F(BluetoothPathTest, AWholeSessionOverTheRadioDrivesMIDIUntilTheLinkIsLost)
     EXPECT_EQ(client->connectionName, "Pad");
     EXPECT_EQ(client->peripheral, peripheral);
     EXPECT_FALSE(bluetooth_->hasConnectionTimeout());
-    EXPECT_TRUE(DefaultsStore::standard()->get(kLastConnectedAtKey).has_value());
+    EXPECT_TRUE(pump([] { return DefaultsStore::standard()->get(kLastConnectedAtKey).has_value(); }));
 
     // The version, then the Central's identity, each one write ending in the marker.
     const auto replies = peripheral->writes(kHavrelOutCharacteristicUUID);

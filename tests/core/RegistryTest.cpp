@@ -12,6 +12,7 @@
 #include "platform/PropertyList.hpp"
 
 #include "TransportScope.hpp"
+#include "support/MainQueueWaiting.hpp"
 
 #include <gtest/gtest.h>
 
@@ -129,10 +130,10 @@ protected:
     }
 
     void connectUSB(std::optional<std::int64_t> deviceID, const Dictionary& info) {
-        registry_->HVCentralUSBManagerDidConnectToDeviceID(nullptr, deviceID, info);
+        registry_->HVCentralUSBManagerDidConnectToDeviceID(nullptr, deviceID, info, nullptr);
     }
     void disconnectUSB(std::optional<std::int64_t> deviceID) {
-        registry_->HVCentralUSBManagerDidDisconnectFromDeviceID(nullptr, deviceID, Dictionary::object());
+        registry_->HVCentralUSBManagerDidDisconnectFromDeviceID(nullptr, deviceID, Dictionary::object(), nullptr);
     }
 
     testing::TransportScope transports_;
@@ -198,6 +199,8 @@ TEST_F(RegistryTest, AcceptedUSBClientIsRecordedAnnouncedAndMarked) {
     EXPECT_EQ(delegate_->clients[0], client);
     EXPECT_EQ(connectedNotifications_, 1);
     EXPECT_EQ(capture.count("[HVHandoffMac] client connected on Mac \u2014 wrote lastConnectedAt marker"), 1u);
+    // Written off the main queue.
+    ASSERT_TRUE(testing::runMainQueueUntil([&] { return registry_->handoffMarker().writeCount() == 1; }));
     const auto marker = DefaultsStore::standard()->string(kLastConnectedAtKey);
     ASSERT_TRUE(marker.has_value());
     EXPECT_TRUE(std::regex_match(*marker, std::regex(R"(\d{4}-\d{2}-\d{2}T\d{2}:\d{2}:\d{2}Z)"))) << *marker;
@@ -219,6 +222,10 @@ TEST_F(RegistryTest, AcceptedUSBClientIsRecordedAnnouncedAndMarked) {
     EXPECT_EQ(registry_->usbClientWithDeviceID(std::nullopt)->connectionName, "Local");
     EXPECT_EQ(registry_->usbClientWithDeviceID(7), client);
     EXPECT_EQ(registry_->usbClientWithDeviceID(9), nullptr);
+    // Their two markers, within a second of the first, make one write a second later.
+    ASSERT_TRUE(testing::runMainQueueUntil([&] { return registry_->handoffMarker().writeCount() == 2; }));
+    testing::runMainQueueUntil([] { return false; }, std::chrono::milliseconds(100));
+    EXPECT_EQ(registry_->handoffMarker().writeCount(), 2u);
 }
 
 TEST_F(RegistryTest, ClientsTooNewOrUndescribedAreRefused) {
@@ -251,7 +258,8 @@ TEST_F(RegistryTest, ClientsTooNewOrUndescribedAreRefused) {
     EXPECT_EQ(refused->errorMessage, "Havrel Central needs to be updated to connect to this client.");
     EXPECT_EQ(delegate_->calls, std::vector<std::string>{"refuse ?"});
     EXPECT_EQ(connectedNotifications_, 0);
-    EXPECT_TRUE(capture.lines().empty());
+    EXPECT_EQ(capture.lines().size(), 2u);  // the two alerts
+    EXPECT_EQ(capture.count("alert: Central needs to be updated"), 2u);
 
     // A text that is no property list, no text at all, or a "usbClient" that is no dictionary:
     // refused the same way, with one line each.

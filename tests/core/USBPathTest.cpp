@@ -8,6 +8,8 @@
 #include "TransportScope.hpp"
 
 #include "central/HVEncodedRangeCommand.hpp"
+#include "central/HVFileRepresentation.hpp"
+#include "central/HVReceivedFiles.hpp"
 #include "central/HVTransmissionManager.hpp"
 #include "central/RNClient.hpp"
 #include "core/HVCentralConnectionManager.hpp"
@@ -28,6 +30,8 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 
 namespace havrel {
 namespace {
@@ -59,6 +63,20 @@ Bytes range(double position) {
     return *HVEncodedRangeCommand::rangeCommandWithRangeValues(
                 {HVEncodedRangeValue::rangeValueWithDataWraperID(1, 0, position)})
                 .data();
+}
+
+// A file representation: the name and the gzip of the text.
+Bytes fileFrame(const std::string& name, const std::string& text) {
+    auto file = HVFileRepresentation::create();
+    file->filename = name;
+    file->data = *gzipDeflate(Bytes(text.begin(), text.end()));
+    const std::string json = file->dictionary().dump();
+    return Bytes(json.begin(), json.end());
+}
+
+std::string contentsOf(const std::filesystem::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(file), {});
 }
 
 std::size_t openDescriptorCount() {
@@ -96,6 +114,7 @@ protected:
         transports_.reset();
         standIn_.reset();
         HostPrompts::setShared(nullptr);
+        HVReceivedFiles::setShared(nullptr);
         DefaultsStore::setStandard(nullptr);
         std::filesystem::remove_all(folder_);
         MIDIServiceTest::TearDown();
@@ -233,6 +252,66 @@ TEST_F(USBPathTest, TwoHundredVisitsOnTheLocalPathLeaveNoRecordTimerOrDescriptor
                 usb->connectionManager()->connectedChannels.size() == 1);
     EXPECT_FALSE(usb->connectionManager()->hasScannerTimer());
     EXPECT_LE(openDescriptorCount(), descriptorsBefore + 1);  // the next visit's connection may be open
+}
+
+TEST_F(USBPathTest, AHostileClientCannotWriteFilesRepeatAlertsOrAddRecordsAndStillPlays) {
+    HVCentralUSBManager::Options options;
+    options.localPort = localDevice_->port();
+    options.useUSBHub = false;
+    HVCentralUSBManager::instantiateWithProductToSendOut("Havrel Test", "1.0", options);
+    HavrelCoreBaseMac::instantiateWithProductToSendOut("Havrel Test", "1.0", "2.1");
+    auto registry = HVCentralConnectionManager::sharedInstance();
+    HVReceivedFiles::setShared(std::make_shared<HVReceivedFiles>());
+    const auto received = folder_ / "received";
+    std::filesystem::create_directories(received);
+    std::ofstream(received / "song.mid") << "mine";
+    MIDIIO::testing::EventLog log;
+    auto listener = startedManager("Listener");
+    listener->addInputConnection(
+        MIDIIO::MIDIInputConnectionMode::outputs({MIDIIO::MIDIEndpointIdentity::name("Havrel Test Output")}), "in", {},
+        log.receiver());
+    ScopedLogCapture capture;
+    ASSERT_TRUE(pump([&] { return localDevice_->connected(); }));
+
+    // A file before any introduction, then 3,000 introductions on one connection (without an
+    // identifier, which would match an earlier record).
+    localDevice_->send(111, fileFrame("song.mid", "theirs"));
+    for (int batch = 0; batch < 10; ++batch) {
+        for (int i = 0; i < 300; ++i) localDevice_->send(100, deviceInfo("Local Pad", "", "2.1"));
+        pump([] { return false; }, std::chrono::milliseconds(20));
+    }
+    localDevice_->send(104, faderDocument(7, 1));
+    prompts_->queueSaveAnswer(received / "song.mid");
+    localDevice_->send(111, fileFrame("song.mid", "theirs"));
+    localDevice_->send(108, range(1.0));
+    ASSERT_TRUE(pump([&] { return log.count() == 1 && capture.contains("received file written to"); }));
+    EXPECT_EQ(registry->clients.size(), 1u);
+    EXPECT_EQ(localDevice_->framesOfType(110).size(), 1u);
+    EXPECT_LE(registry->handoffMarker().writeCount(), 1u);
+    EXPECT_TRUE(prompts_->alerts().empty());
+    EXPECT_EQ(capture.count("only the first is acted on"), 1u);
+    // The early file was dropped without a question; the later one did not replace the user's.
+    EXPECT_EQ(prompts_->savePanels(), std::vector<std::string>{"song.mid"});
+    EXPECT_EQ(contentsOf(received / "song.mid"), "mine");
+    EXPECT_EQ(contentsOf(received / "song (2).mid"), "theirs");
+
+    // Its connection ends: exactly its record goes.
+    localDevice_->closePeer();
+    ASSERT_TRUE(pump([&] { return registry->clients.empty(); }));
+
+    // A refused client repeating itself: one alert, and its file and MIDI go nowhere.
+    step_ = std::chrono::milliseconds(25);
+    ASSERT_TRUE(pump([&] { return localDevice_->connected(); }));
+    for (int i = 0; i < 100; ++i) localDevice_->send(100, deviceInfo("New Pad", "new-1", "2.2"));
+    localDevice_->send(106, Bytes{0x90 ^ 0x80, 60, 100});
+    prompts_->queueSaveAnswer(received / "new.mid");
+    localDevice_->send(111, fileFrame("new.mid", "x"));
+    ASSERT_TRUE(pump([&] { return capture.count("is not an accepted client") == 2; }));
+    pump([] { return false; }, std::chrono::milliseconds(50));
+    EXPECT_EQ(prompts_->alerts().size(), 1u);
+    EXPECT_FALSE(std::filesystem::exists(received / "new.mid"));
+    EXPECT_EQ(log.count(), 1u);
+    EXPECT_TRUE(registry->clients.empty());
 }
 
 }  // namespace

@@ -78,9 +78,9 @@ TEST_F(CoreStatusSourcesTest, ClientsOfEveryTransportWithTheirStateAndIndicator)
     auto sources = CoreStatusSources::create();
     EXPECT_EQ(registry_->usbDelegate.lock(), sources);
 
-    registry_->HVCentralUSBManagerDidConnectToDeviceID(nullptr, 7, usbInfoOf({{"usbClient", clientDictionary("Pad", "2.1")}}));
+    registry_->HVCentralUSBManagerDidConnectToDeviceID(nullptr, 7, usbInfoOf({{"usbClient", clientDictionary("Pad", "2.1")}}), nullptr);
     registry_->HVCentralUSBManagerDidConnectToDeviceID(nullptr, std::nullopt,
-                                                       usbInfoOf({{"usbClient", clientDictionary("Laptop", "2.0")}}));
+                                                       usbInfoOf({{"usbClient", clientDictionary("Laptop", "2.0")}}), nullptr);
     auto bluetooth = RNBluetoothClient::create();
     bluetooth->connectionName = "Pad";
     bluetooth->productID = "pad.app";
@@ -90,8 +90,8 @@ TEST_F(CoreStatusSourcesTest, ClientsOfEveryTransportWithTheirStateAndIndicator)
     phone->connectionName = "Phone";
     registry_->RNCentralBluetoothManagerDidReceiveClient(nullptr, phone);
     // Refused: a client too new (not kept by the registry) and a device that did not say who it is.
-    registry_->HVCentralUSBManagerDidConnectToDeviceID(nullptr, 8, usbInfoOf({{"usbClient", clientDictionary("Future", "9.0")}}));
-    registry_->HVCentralUSBManagerDidConnectToDeviceID(nullptr, 9, usbInfoOf({{"other", 1}}));
+    registry_->HVCentralUSBManagerDidConnectToDeviceID(nullptr, 8, usbInfoOf({{"usbClient", clientDictionary("Future", "9.0")}}), nullptr);
+    registry_->HVCentralUSBManagerDidConnectToDeviceID(nullptr, 9, usbInfoOf({{"other", 1}}), nullptr);
 
     auto clients = sources->clients();
     ASSERT_EQ(clients.size(), 6u);
@@ -119,7 +119,7 @@ TEST_F(CoreStatusSourcesTest, ClientsOfEveryTransportWithTheirStateAndIndicator)
     EXPECT_EQ(undescribed->reason, "Havrel Central needs to be updated to connect to this client.");
 
     // The USB record leaves: the Bluetooth link of the same device is heard again.
-    registry_->HVCentralUSBManagerDidDisconnectFromDeviceID(nullptr, 7, Dictionary::object());
+    registry_->HVCentralUSBManagerDidDisconnectFromDeviceID(nullptr, 7, Dictionary::object(), nullptr);
     clients = sources->clients();
     EXPECT_EQ(find(clients, "Pad", "USB tunnel"), nullptr);
     EXPECT_EQ(find(clients, "Pad", "Bluetooth")->state, "heard");

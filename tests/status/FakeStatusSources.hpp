@@ -15,6 +15,8 @@ public:
     std::vector<StatusOutput> outputList{{"Havrel Output", "virtual", true, false},
                                          {"Synth A", "hardware", true, true}};
     StatusClock clockState{"external", 120.0, 2, 1, 3, true, false};
+    std::vector<StatusAlert> alertList;
+    std::vector<StatusReceivedFile> fileList;
     std::string refusal;  // what every change answers
     std::vector<std::string> calls;
 
@@ -23,6 +25,8 @@ public:
     std::string lastMessageDescription() override { return "CC 7 · 64"; }
     std::vector<StatusOutput> outputs() override { return outputList; }
     StatusClock clock() override { return clockState; }
+    std::vector<StatusAlert> alerts() override { return alertList; }
+    std::vector<StatusReceivedFile> receivedFiles() override { return fileList; }
     std::string setOutputEnabled(const std::string& name, bool on) override {
         calls.push_back("output " + name + (on ? " on" : " off"));
         return refusal;

@@ -106,6 +106,8 @@ TEST(StatusModelTest, DecodesEachKindOfMessage) {
 TEST(StatusModelTest, StatesCarryWhatIsNewAndTheRingsKeepTheirBounds) {
     auto sources = std::make_shared<FakeStatusSources>();
     sources->clientList.push_back({"Pad", "abc", "local path", "2.1", "heard", "", true});
+    sources->alertList.push_back({"10:00:00", "Update required.", "text"});
+    sources->fileList.push_back({"song (2).mid", 6, "Pad", "10:00:01"});
     StatusModel model(sources, false);
     for (int i = 0; i < 250; ++i) {
         model.addMonitorBytes("Havrel Output", {0xB0, 7, static_cast<std::uint8_t>(i % 128)});
@@ -116,6 +118,8 @@ TEST(StatusModelTest, StatesCarryWhatIsNewAndTheRingsKeepTheirBounds) {
     EXPECT_EQ(full["clients"][0]["name"], "Pad");
     EXPECT_EQ(full["clients"][0]["transmitting"], true);
     EXPECT_EQ(full["clock"]["bar"], 2);
+    EXPECT_EQ(full["alerts"][0]["message"], "Update required.");
+    EXPECT_EQ(full["files"][0], (json{{"name", "song (2).mid"}, {"size", 6}, {"client", "Pad"}, {"time", "10:00:01"}}));
     ASSERT_EQ(full["monitor"].size(), StatusModel::kMonitorEntries);
     EXPECT_EQ(full["monitor"][0]["seq"], 51);  // the oldest 50 have gone
     EXPECT_EQ(full["monitor"].back()["values"], "cc 7 value 121");

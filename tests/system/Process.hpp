@@ -4,6 +4,7 @@
 // when the object goes.
 
 #include <fcntl.h>
+#include <pty.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -24,8 +25,10 @@ namespace havrel::testing {
 
 class Process {
 public:
+    // With a terminal, the program's standard input is a new pseudo-terminal whose controlling
+    // side is returned there (the caller closes it); its output still goes to the files.
     Process(const std::string& program, const std::vector<std::string>& arguments, const std::filesystem::path& folder,
-            const std::string& name)
+            const std::string& name, int* terminal = nullptr)
         : stdoutFile_(folder / (name + ".out")), stderrFile_(folder / (name + ".err")) {
         std::vector<std::string> words{program};
         words.insert(words.end(), arguments.begin(), arguments.end());
@@ -34,6 +37,19 @@ public:
             argv.push_back(word.data());
         }
         argv.push_back(nullptr);
+        if (terminal) {
+            // Only async-signal-safe calls between fork and exec.
+            pid_ = ::forkpty(terminal, nullptr, nullptr, nullptr);
+            if (pid_ == 0) {
+                const int out = ::open(stdoutFile_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+                const int err = ::open(stderrFile_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+                ::dup2(out, STDOUT_FILENO);
+                ::dup2(err, STDERR_FILENO);
+                ::execve(program.c_str(), argv.data(), environ);
+                ::_exit(127);
+            }
+            return;
+        }
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
         posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);

@@ -198,6 +198,56 @@ TEST_F(ProgramsTest, AClientSendingGarbageIsClosedAndTheCentralGoesOn) {
     EXPECT_EQ(midiLines(*host).front(), "midi-out \"Havrel Output\" ump=40B00700 FFFFFFFF midi1=B0 07 7F");
 }
 
+// The first line of the status page's answer to a plain request, or nothing.
+std::string statusPageAnswer(std::uint16_t port) {
+    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(port);
+    std::string answer;
+    if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0) {
+        const std::string request = "GET / HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(port) + "\r\n\r\n";
+        ::send(fd, request.data(), request.size(), MSG_NOSIGNAL);
+        char buffer[256];
+        const ssize_t n = ::recv(fd, buffer, sizeof(buffer), 0);
+        answer.assign(buffer, n > 0 ? static_cast<std::size_t>(n) : 0);
+    }
+    ::close(fd);
+    return answer.substr(0, answer.find("\r\n"));
+}
+
+TEST_F(ProgramsTest, AnAlertOnATerminalStopsNeitherOtherClientsNorTheStatusPage) {
+    const std::uint16_t statusPort = freePort();
+    int terminal = -1;
+    Process host(HAVREL_CENTRAL_PROGRAM,
+                 {"--midi-backend", "loopback", "--print-midi", "--no-usbmux", "--no-bluetooth", "--local-port",
+                  std::to_string(port_), "--config-dir", (folder_ / "config").string(), "--status-port",
+                  std::to_string(statusPort), "--receive-folder", (folder_ / "received").string()},
+                 folder_, "central", &terminal);
+    ASSERT_GE(terminal, 0);
+    // A client too new for this Central raises the alert, which nobody answers.
+    Process future(HAVREL_CLIENT_SIM_PROGRAM, {"--port", std::to_string(port_), "--api-version", "9.0", "--do", "wait 0.1"},
+                   folder_, "future");
+    ASSERT_EQ(future.wait(seconds(30)), 2) << future.err();
+    ASSERT_TRUE(waitUntil([&] { return host.err().find("Central needs to be updated") != std::string::npos; }))
+        << host.err();
+    // Meanwhile the next client sends a file, whose question stands unanswered while the client
+    // plays and the page answers; the answer typed later is taken.
+    ASSERT_TRUE(waitUntil([&] { return portIsFree(port_); }));
+    auto client = sim("sim", "file song.mid theirs; set fader 1; wait 0.2");
+    ASSERT_EQ(client->wait(seconds(30)), 0) << client->err();
+    EXPECT_TRUE(waitUntil([&] { return midiLines(host).size() == 1; })) << host.out();
+    EXPECT_NE(host.err().find("Save song.mid as ["), std::string::npos) << host.err();
+    EXPECT_EQ(statusPageAnswer(statusPort), "HTTP/1.1 200 OK");
+    const std::string answer = (folder_ / "chosen.mid").string() + "\n";
+    ASSERT_EQ(::write(terminal, answer.data(), answer.size()), static_cast<ssize_t>(answer.size()));
+    EXPECT_TRUE(waitUntil([&] { return std::filesystem::exists(folder_ / "chosen.mid"); })) << host.err();
+    host.signal(SIGTERM);
+    EXPECT_EQ(host.wait(seconds(10)), 0) << host.err();
+    ::close(terminal);
+}
+
 TEST_F(ProgramsTest, SIGTERMDuringTrafficExitsCleanlyAndLeavesNoProcess) {
     auto client = sim("sim", "sweep fader 0 1 10");
     auto host = central();

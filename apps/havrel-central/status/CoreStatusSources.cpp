@@ -1,12 +1,14 @@
 #include "CoreStatusSources.hpp"
 
 #include "central/HVCentralThroughputMeter.hpp"
+#include "central/HVReceivedFiles.hpp"
 #include "central/HVCentralTransmissionManager.hpp"
 #include "central/RNClient.hpp"
 #include "core/HVCentralConnectionManager.hpp"
 #include "midi_service/HVMIDIClockParser.hpp"
 #include "midi_service/HVMIDIManager.hpp"
 #include "musical_time/HVClock.hpp"
+#include "platform/HostPrompts.hpp"
 #include "platform/NotificationCenter.hpp"
 
 namespace havrel {
@@ -138,6 +140,22 @@ StatusClock CoreStatusSources::clock() {
         clock.running = midi->isTempoStarted();
     }
     return clock;
+}
+
+std::vector<StatusAlert> CoreStatusSources::alerts() {
+    std::vector<StatusAlert> result;
+    for (const auto& shown : HostPrompts::shared()->recentAlerts()) {
+        result.push_back({shown.time, shown.alert.message, shown.alert.informativeText});
+    }
+    return result;
+}
+
+std::vector<StatusReceivedFile> CoreStatusSources::receivedFiles() {
+    std::vector<StatusReceivedFile> result;
+    for (const auto& file : HVReceivedFiles::shared()->recent()) {
+        result.push_back({file.name, file.size, file.client, file.time});
+    }
+    return result;
 }
 
 std::string CoreStatusSources::setOutputEnabled(const std::string& name, bool on) {

@@ -33,6 +33,8 @@ public:
     std::string lastMessageDescription() override;
     std::vector<StatusOutput> outputs() override;
     StatusClock clock() override;
+    std::vector<StatusAlert> alerts() override;
+    std::vector<StatusReceivedFile> receivedFiles() override;
     std::string setOutputEnabled(const std::string& name, bool on) override;
     std::string setClockRunning(bool running) override;
     std::string setTempo(double bpm) override;

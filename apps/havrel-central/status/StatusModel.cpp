@@ -130,6 +130,14 @@ std::string StatusModel::state(bool full) {
         outputs.push_back(
             {{"name", output.name}, {"kind", output.kind}, {"on", output.on}, {"switchable", output.switchable}});
     }
+    json alerts = json::array();
+    for (const auto& alert : sources_->alerts()) {
+        alerts.push_back({{"time", alert.time}, {"message", alert.message}, {"text", alert.text}});
+    }
+    json files = json::array();
+    for (const auto& file : sources_->receivedFiles()) {
+        files.push_back({{"name", file.name}, {"size", file.size}, {"client", file.client}, {"time", file.time}});
+    }
     const StatusClock clock = sources_->clock();
     json history = json::array();
     for (auto count : throughput_) {
@@ -143,6 +151,8 @@ std::string StatusModel::state(bool full) {
         {"throughput",
          {{"rate", sources_->messagesPerSecond()}, {"last", sources_->lastMessageDescription()}, {"history", history}}},
         {"outputs", std::move(outputs)},
+        {"alerts", std::move(alerts)},
+        {"files", std::move(files)},
         {"clock",
          {{"source", clock.source},
           {"tempo", clock.tempo},

@@ -5,7 +5,7 @@
 //
 // Messages to the page:
 //   {"type":"state","full":<bool>,"control":<bool>,"clients":[...],"throughput":{...},
-//    "outputs":[...],"clock":{...},"monitor":[...],"log":[...]}
+//    "outputs":[...],"alerts":[...],"files":[...],"clock":{...},"monitor":[...],"log":[...]}
 // A full state carries every kept monitor entry and log line; the others carry those added
 // since the previous state. Answers to requests: {"type":"reply","id":...,"ok":<bool>[,"error":"..."]}.
 //

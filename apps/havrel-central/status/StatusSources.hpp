@@ -37,6 +37,19 @@ struct StatusClock {
     bool controllable = false;  // whether start, pause and tempo can be set from the page
 };
 
+struct StatusAlert {
+    std::string time;  // HH:MM:SS
+    std::string message;
+    std::string text;
+};
+
+struct StatusReceivedFile {
+    std::string name;
+    std::uint64_t size = 0;
+    std::string client;
+    std::string time;  // HH:MM:SS
+};
+
 class StatusSources {
 public:
     virtual ~StatusSources() = default;
@@ -46,6 +59,9 @@ public:
     virtual std::string lastMessageDescription() = 0;
     virtual std::vector<StatusOutput> outputs() = 0;
     virtual StatusClock clock() = 0;
+    // The last alerts shown to the user and files received from clients, oldest first.
+    virtual std::vector<StatusAlert> alerts() { return {}; }
+    virtual std::vector<StatusReceivedFile> receivedFiles() { return {}; }
 
     // Changes, with arguments already checked (a known switchable output, a tempo within
     // range). Each returns an empty text on success, else the reason it could not be done.

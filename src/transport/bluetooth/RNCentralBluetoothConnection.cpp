@@ -9,6 +9,7 @@
 #include "transport/bluetooth/RNCentralBluetoothManager.hpp"
 
 #include <algorithm>
+#include <utility>
 
 namespace havrel {
 
@@ -154,11 +155,18 @@ void RNCentralBluetoothConnection::handleClientData(ByteView data) {
              dictionary.type_name());
         return;
     }
+    if (introduced_) {
+        if (!std::exchange(repeatLogged_, true)) {
+            log("client handshake again on this link \u2014 only the first is acted on, later ones are dropped");
+        }
+        return;
+    }
     const auto manager = bluetoothManager.lock();
     const auto apiVersion = dictionary.find("apiVersion");
     if (apiVersion != dictionary.end() && apiVersion->is_string() &&
         isNewerThanVersion(apiVersion->get_ref<const std::string&>(), kCentralAPIVersion)) {
         log("update needed!");
+        introduced_ = true;
         if (manager) {
             manager->cleanup();
         }
@@ -173,6 +181,7 @@ void RNCentralBluetoothConnection::handleClientData(ByteView data) {
              type == dictionary.end() ? std::string("(null)") : type->dump());
         return;
     }
+    introduced_ = true;
     client = received;
     client->peripheral = peripheral_;
     if (manager) {

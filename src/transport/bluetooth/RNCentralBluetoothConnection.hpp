@@ -85,7 +85,9 @@ public:
     // Reached by no message of the wire.
     void didReceiveProductTypeData(ByteView data);
     void didReceiveSceneSyncData(ByteView data);
-    // The client's introduction: JSON of its client dictionary.
+    // The client's introduction: JSON of its client dictionary. Once one is acted on (the client
+    // accepted, or refused as too new), later ones are dropped, so a client repeating it adds no
+    // record and no alert.
     void handleClientData(ByteView data);
 
 private:
@@ -98,6 +100,8 @@ private:
     Bytes inData_;
     bool isReceivingRealtimeData_ = false;
     Bytes realtimeData_;
+    bool introduced_ = false;
+    bool repeatLogged_ = false;
 };
 
 }  // namespace havrel

@@ -67,6 +67,18 @@ void HVCentralUSBManager::RNUSBConnectionManagerDidConnectToDeviceID(RNUSBConnec
                                                                     std::optional<std::int64_t> deviceID,
                                                                     const Dictionary& info,
                                                                     const std::shared_ptr<TNChannel>& channel) {
+    if (auto* introduction = introductionOf(channel)) {
+        // Dropped rather than closed: the client is still welcome to play. One line a channel.
+        if (!introduction->repeatLogged) {
+            introduction->repeatLogged = true;
+            logf("device info again on channel {} — only the first is acted on, later ones are dropped",
+                 channel->description());
+        }
+        return;
+    }
+    if (channel) {
+        introductions_.push_back({channel});
+    }
     const std::string json = RNCentral::localCentralWithVersion(versionToSendOut)->dictionary().dump();
     auto payload = std::make_shared<const Bytes>(json.begin(), json.end());
     channel->sendFrameOfType(TNFrameTypeCentralInfo, 0, payload, [](const TNOptionalError& error) {
@@ -75,7 +87,7 @@ void HVCentralUSBManager::RNUSBConnectionManagerDidConnectToDeviceID(RNUSBConnec
         }
     });
     if (auto registry = delegate.lock()) {
-        registry->HVCentralUSBManagerDidConnectToDeviceID(this, deviceID, info);
+        registry->HVCentralUSBManagerDidConnectToDeviceID(this, deviceID, info, channel);
     }
     state = 1;
 }
@@ -83,10 +95,14 @@ void HVCentralUSBManager::RNUSBConnectionManagerDidConnectToDeviceID(RNUSBConnec
 void HVCentralUSBManager::RNUSBConnectionManagerDidDisconnectFromDeviceID(RNUSBConnectionManager& /*manager*/,
                                                                          std::optional<std::int64_t> deviceID,
                                                                          const Dictionary* /*info*/,
-                                                                         const std::shared_ptr<TNChannel>& /*channel*/) {
+                                                                         const std::shared_ptr<TNChannel>& channel) {
     state = 0;
+    std::erase_if(introductions_, [&](const Introduction& entry) {
+        const auto known = entry.channel.lock();
+        return !known || known == channel;
+    });
     if (auto registry = delegate.lock()) {
-        registry->HVCentralUSBManagerDidDisconnectFromDeviceID(this, deviceID, Dictionary());
+        registry->HVCentralUSBManagerDidDisconnectFromDeviceID(this, deviceID, Dictionary(), channel);
     }
 }
 
@@ -108,37 +124,53 @@ void HVCentralUSBManager::RNUSBConnectionManagerDidReceiveZippedFile(RNUSBConnec
     log("ERROR - didn't implement this didReceiveZippedFile, was this called?");
 }
 
-std::shared_ptr<RNUSBClient> HVCentralUSBManager::clientForDeviceID(std::optional<std::int64_t> deviceID) const {
+HVCentralUSBManager::Introduction* HVCentralUSBManager::introductionOf(const std::shared_ptr<TNChannel>& channel) {
+    std::erase_if(introductions_, [](const Introduction& entry) { return entry.channel.expired(); });
+    for (auto& entry : introductions_) {
+        if (channel && entry.channel.lock() == channel) {
+            return &entry;
+        }
+    }
+    return nullptr;
+}
+
+std::shared_ptr<RNUSBClient> HVCentralUSBManager::clientForChannel(const std::shared_ptr<TNChannel>& channel) const {
     auto registry = delegate.lock();
-    return registry ? registry->usbClientWithDeviceID(deviceID) : nullptr;
+    return registry ? registry->usbClientForChannel(channel) : nullptr;
 }
 
 void HVCentralUSBManager::RNUSBConnectionManagerDidReceiveSyncData(RNUSBConnectionManager&, ByteView data,
-                                                                  std::optional<std::int64_t> deviceID) {
-    didReceiveSyncData(data, clientForDeviceID(deviceID));
+                                                    std::optional<std::int64_t>,
+                                                    const std::shared_ptr<TNChannel>& channel) {
+    didReceiveSyncData(data, clientForChannel(channel));
 }
 
 void HVCentralUSBManager::RNUSBConnectionManagerDidReceiveClientData(RNUSBConnectionManager&, ByteView,
-                                                                    std::optional<std::int64_t>) {}
+                                                                    std::optional<std::int64_t>,
+                                                                    const std::shared_ptr<TNChannel>&) {}
 
 void HVCentralUSBManager::RNUSBConnectionManagerDidReceivePureMIDIData(RNUSBConnectionManager&, ByteView data,
-                                                                      std::optional<std::int64_t> deviceID) {
-    didReceivePureMIDIData(data, clientForDeviceID(deviceID));
+                                                    std::optional<std::int64_t>,
+                                                    const std::shared_ptr<TNChannel>& channel) {
+    didReceivePureMIDIData(data, clientForChannel(channel));
 }
 
 void HVCentralUSBManager::RNUSBConnectionManagerDidReceiveChangeData(RNUSBConnectionManager&, ByteView data,
-                                                                    std::optional<std::int64_t> deviceID) {
-    didReceiveChangeData(data, clientForDeviceID(deviceID));
+                                                    std::optional<std::int64_t>,
+                                                    const std::shared_ptr<TNChannel>& channel) {
+    didReceiveChangeData(data, clientForChannel(channel));
 }
 
 void HVCentralUSBManager::RNUSBConnectionManagerDidReceiveRangeData(RNUSBConnectionManager&, ByteView data,
-                                                                   std::optional<std::int64_t> deviceID) {
-    didReceiveRangeData(data, clientForDeviceID(deviceID));
+                                                    std::optional<std::int64_t>,
+                                                    const std::shared_ptr<TNChannel>& channel) {
+    didReceiveRangeData(data, clientForChannel(channel));
 }
 
 void HVCentralUSBManager::RNUSBConnectionManagerDidReceiveFileRepData(RNUSBConnectionManager&, ByteView data,
-                                                                     std::optional<std::int64_t> deviceID) {
-    didReceiveFileRepData(data, clientForDeviceID(deviceID));
+                                                    std::optional<std::int64_t>,
+                                                    const std::shared_ptr<TNChannel>& channel) {
+    didReceiveFileRepData(data, clientForChannel(channel));
 }
 
 void HVCentralUSBManager::sendToDevice(std::uint32_t type, std::shared_ptr<const Bytes> payload,
@@ -150,7 +182,7 @@ void HVCentralUSBManager::sendToEveryClient(std::uint32_t type, const std::share
     // A copy: a failed send may end a channel and change the list.
     const auto channels = connectionManager_->connectedChannels;
     for (const auto& channel : channels) {
-        if (channel->isConnected() && clientForDeviceID(channel->deviceID)) {
+        if (channel->isConnected() && clientForChannel(channel)) {
             sendOnChannel(channel, type, payload);
         }
     }

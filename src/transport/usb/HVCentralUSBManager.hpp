@@ -13,6 +13,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace havrel {
 
@@ -59,7 +60,9 @@ public:
     // The name of this computer, as clients show it.
     static std::string localName();
 
-    // RNUSBConnectionManagerDelegate.
+    // RNUSBConnectionManagerDelegate. Only the first frame 100 of a channel introduces its
+    // client; later ones are dropped, so a client repeating it cannot add records, alerts or
+    // marker writes.
     void RNUSBConnectionManagerDidConnectToDeviceID(RNUSBConnectionManager& manager,
                                                    std::optional<std::int64_t> deviceID, const Dictionary& info,
                                                    const std::shared_ptr<TNChannel>& channel) override;
@@ -79,17 +82,17 @@ public:
     // RNUSBServerConnectionManagerDelegate: each finds the device's client record and calls the
     // receive operation of the same name.
     void RNUSBConnectionManagerDidReceiveSyncData(RNUSBConnectionManager& manager, ByteView data,
-                                                 std::optional<std::int64_t> deviceID) override;
+                                                 std::optional<std::int64_t> deviceID, const std::shared_ptr<TNChannel>& channel) override;
     void RNUSBConnectionManagerDidReceiveClientData(RNUSBConnectionManager& manager, ByteView data,
-                                                   std::optional<std::int64_t> deviceID) override;
+                                                   std::optional<std::int64_t> deviceID, const std::shared_ptr<TNChannel>& channel) override;
     void RNUSBConnectionManagerDidReceivePureMIDIData(RNUSBConnectionManager& manager, ByteView data,
-                                                     std::optional<std::int64_t> deviceID) override;
+                                                     std::optional<std::int64_t> deviceID, const std::shared_ptr<TNChannel>& channel) override;
     void RNUSBConnectionManagerDidReceiveChangeData(RNUSBConnectionManager& manager, ByteView data,
-                                                   std::optional<std::int64_t> deviceID) override;
+                                                   std::optional<std::int64_t> deviceID, const std::shared_ptr<TNChannel>& channel) override;
     void RNUSBConnectionManagerDidReceiveRangeData(RNUSBConnectionManager& manager, ByteView data,
-                                                  std::optional<std::int64_t> deviceID) override;
+                                                  std::optional<std::int64_t> deviceID, const std::shared_ptr<TNChannel>& channel) override;
     void RNUSBConnectionManagerDidReceiveFileRepData(RNUSBConnectionManager& manager, ByteView data,
-                                                    std::optional<std::int64_t> deviceID) override;
+                                                    std::optional<std::int64_t> deviceID, const std::shared_ptr<TNChannel>& channel) override;
 
 private:
     struct Key {};
@@ -98,13 +101,22 @@ public:
     HVCentralUSBManager(Key, std::string product, std::string version);
 
 private:
-    std::shared_ptr<RNUSBClient> clientForDeviceID(std::optional<std::int64_t> deviceID) const;
+    // The record the channel's introduction made, or nullptr.
+    std::shared_ptr<RNUSBClient> clientForChannel(const std::shared_ptr<TNChannel>& channel) const;
+    // The entry of a channel that has introduced itself, or nullptr.
+    struct Introduction {
+        std::weak_ptr<TNChannel> channel;
+        bool repeatLogged = false;
+    };
+    Introduction* introductionOf(const std::shared_ptr<TNChannel>& channel);
     void sendToDevice(std::uint32_t type, std::shared_ptr<const Bytes> payload, std::optional<std::int64_t> deviceID);
     void sendToEveryClient(std::uint32_t type, const std::shared_ptr<const Bytes>& payload);
     void sendOnChannel(const std::shared_ptr<TNChannel>& channel, std::uint32_t type,
                        std::shared_ptr<const Bytes> payload);
 
     std::shared_ptr<RNUSBServerConnectionManager> connectionManager_;
+    // The channels whose client has introduced itself, until they end.
+    std::vector<Introduction> introductions_;
 };
 
 }  // namespace havrel

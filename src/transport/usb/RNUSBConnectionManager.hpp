@@ -23,7 +23,7 @@ public:
                                                            std::optional<std::int64_t> deviceID,
                                                            const Dictionary& info,
                                                            const std::shared_ptr<TNChannel>& channel) = 0;
-    // Called with no info and no channel.
+    // Called with no info, and with the channel that ended.
     virtual void RNUSBConnectionManagerDidDisconnectFromDeviceID(RNUSBConnectionManager& manager,
                                                                 std::optional<std::int64_t> deviceID,
                                                                 const Dictionary* info,

@@ -161,7 +161,7 @@ void RNUSBServerConnectionManager::deviceDidDetach(const Notification& notificat
         auto& channels = self->connectedChannels;
         if (std::find(channels.begin(), channels.end(), channel) != channels.end()) {
             std::erase(channels, channel);
-            self->didDisconnectFromClient(number);
+            self->didDisconnectFromClient(number, channel);
         }
     });
 }
@@ -417,19 +417,19 @@ void RNUSBServerConnectionManager::ioFrameChannelDidReceiveFrameOfType(const std
     const auto deviceID = channel->deviceID;
     switch (type) {
         case TNFrameTypeSyncData:
-            if (target) target->RNUSBConnectionManagerDidReceiveSyncData(*this, data, deviceID);
+            if (target) target->RNUSBConnectionManagerDidReceiveSyncData(*this, data, deviceID, channel);
             return;
         case TNFrameTypePureMIDIData:
-            if (target) target->RNUSBConnectionManagerDidReceivePureMIDIData(*this, data, deviceID);
+            if (target) target->RNUSBConnectionManagerDidReceivePureMIDIData(*this, data, deviceID, channel);
             return;
         case TNFrameTypeChangeData:
-            if (target) target->RNUSBConnectionManagerDidReceiveChangeData(*this, data, deviceID);
+            if (target) target->RNUSBConnectionManagerDidReceiveChangeData(*this, data, deviceID, channel);
             return;
         case TNFrameTypeRangeData:
-            if (target) target->RNUSBConnectionManagerDidReceiveRangeData(*this, data, deviceID);
+            if (target) target->RNUSBConnectionManagerDidReceiveRangeData(*this, data, deviceID, channel);
             return;
         case TNFrameTypeConfigurationDataFromCentral:
-            if (target) target->RNUSBConnectionManagerDidReceiveFileRepData(*this, data, deviceID);
+            if (target) target->RNUSBConnectionManagerDidReceiveFileRepData(*this, data, deviceID, channel);
             return;
         default:
             RNUSBConnectionManager::ioFrameChannelDidReceiveFrameOfType(channel, type, tag, payload);
@@ -446,10 +446,11 @@ void RNUSBServerConnectionManager::ioFrameChannelDidEndWithError(const std::shar
     }
     channel->close();
     connectedChannels.erase(found);
-    didDisconnectFromClient(deviceID);
+    didDisconnectFromClient(deviceID, channel);
 }
 
-void RNUSBServerConnectionManager::didDisconnectFromClient(std::optional<std::int64_t> deviceID) {
+void RNUSBServerConnectionManager::didDisconnectFromClient(std::optional<std::int64_t> deviceID,
+                                                           const std::shared_ptr<TNChannel>& channel) {
     if (!attachedDevicesIDsThatAreNotConnected().empty()) {
         auto weak = weakSelf();
         MainQueue::shared().post([weak] {
@@ -460,7 +461,9 @@ void RNUSBServerConnectionManager::didDisconnectFromClient(std::optional<std::in
     }
     log("Disconnected from device");
     if (auto target = delegateOrNull()) {
-        target->RNUSBConnectionManagerDidDisconnectFromDeviceID(*this, deviceID, nullptr, nullptr);
+        // The channel goes with the report, so that a client without a device number (the local
+        // path) is told apart by its connection.
+        target->RNUSBConnectionManagerDidDisconnectFromDeviceID(*this, deviceID, nullptr, channel);
     }
 }
 

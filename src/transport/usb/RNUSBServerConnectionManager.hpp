@@ -25,17 +25,23 @@ class TNUSBDeviceConnector;
 class RNUSBServerConnectionManagerDelegate : public RNUSBConnectionManagerDelegate {
 public:
     virtual void RNUSBConnectionManagerDidReceiveSyncData(RNUSBConnectionManager& manager, ByteView data,
-                                                         std::optional<std::int64_t> deviceID) = 0;
+                                                         std::optional<std::int64_t> deviceID,
+                                                         const std::shared_ptr<TNChannel>& channel) = 0;
     virtual void RNUSBConnectionManagerDidReceiveClientData(RNUSBConnectionManager& manager, ByteView data,
-                                                           std::optional<std::int64_t> deviceID) = 0;
+                                                           std::optional<std::int64_t> deviceID,
+                                                         const std::shared_ptr<TNChannel>& channel) = 0;
     virtual void RNUSBConnectionManagerDidReceivePureMIDIData(RNUSBConnectionManager& manager, ByteView data,
-                                                             std::optional<std::int64_t> deviceID) = 0;
+                                                             std::optional<std::int64_t> deviceID,
+                                                         const std::shared_ptr<TNChannel>& channel) = 0;
     virtual void RNUSBConnectionManagerDidReceiveChangeData(RNUSBConnectionManager& manager, ByteView data,
-                                                           std::optional<std::int64_t> deviceID) = 0;
+                                                           std::optional<std::int64_t> deviceID,
+                                                         const std::shared_ptr<TNChannel>& channel) = 0;
     virtual void RNUSBConnectionManagerDidReceiveRangeData(RNUSBConnectionManager& manager, ByteView data,
-                                                          std::optional<std::int64_t> deviceID) = 0;
+                                                          std::optional<std::int64_t> deviceID,
+                                                         const std::shared_ptr<TNChannel>& channel) = 0;
     virtual void RNUSBConnectionManagerDidReceiveFileRepData(RNUSBConnectionManager& manager, ByteView data,
-                                                            std::optional<std::int64_t> deviceID) = 0;
+                                                            std::optional<std::int64_t> deviceID,
+                                                         const std::shared_ptr<TNChannel>& channel) = 0;
 };
 
 class RNUSBServerConnectionManager final : public RNUSBConnectionManager {
@@ -82,7 +88,8 @@ public:
     void enqueueConnectToLocalIPv4Port();
     void connectToLocalIPv4Port();
     bool hasLocalIPv4Channel();
-    void didDisconnectFromClient(std::optional<std::int64_t> deviceID);
+    // Reports the end of the channel's connection (the channel itself goes with the report).
+    void didDisconnectFromClient(std::optional<std::int64_t> deviceID, const std::shared_ptr<TNChannel>& channel);
 
     // For the host and tests.
     bool hasScannerTimer() const { return scannerTimer_ != nullptr; }

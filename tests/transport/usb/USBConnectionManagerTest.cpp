@@ -52,22 +52,28 @@ public:
     void RNUSBConnectionManagerDidReceiveZippedFile(RNUSBConnectionManager&, ByteView, const std::string&,
                                                    std::optional<std::int64_t>, const std::shared_ptr<TNChannel>&) override {}
     void record(const char* kind, ByteView data) { received.emplace_back(kind, Bytes(data.begin(), data.end())); }
-    void RNUSBConnectionManagerDidReceiveSyncData(RNUSBConnectionManager&, ByteView data, std::optional<std::int64_t>) override {
+    void RNUSBConnectionManagerDidReceiveSyncData(RNUSBConnectionManager&, ByteView data, std::optional<std::int64_t>,
+                                                 const std::shared_ptr<TNChannel>&) override {
         record("sync", data);
     }
-    void RNUSBConnectionManagerDidReceiveClientData(RNUSBConnectionManager&, ByteView data, std::optional<std::int64_t>) override {
+    void RNUSBConnectionManagerDidReceiveClientData(RNUSBConnectionManager&, ByteView data, std::optional<std::int64_t>,
+                                                 const std::shared_ptr<TNChannel>&) override {
         record("client", data);
     }
-    void RNUSBConnectionManagerDidReceivePureMIDIData(RNUSBConnectionManager&, ByteView data, std::optional<std::int64_t>) override {
+    void RNUSBConnectionManagerDidReceivePureMIDIData(RNUSBConnectionManager&, ByteView data, std::optional<std::int64_t>,
+                                                 const std::shared_ptr<TNChannel>&) override {
         record("midi", data);
     }
-    void RNUSBConnectionManagerDidReceiveChangeData(RNUSBConnectionManager&, ByteView data, std::optional<std::int64_t>) override {
+    void RNUSBConnectionManagerDidReceiveChangeData(RNUSBConnectionManager&, ByteView data, std::optional<std::int64_t>,
+                                                 const std::shared_ptr<TNChannel>&) override {
         record("change", data);
     }
-    void RNUSBConnectionManagerDidReceiveRangeData(RNUSBConnectionManager&, ByteView data, std::optional<std::int64_t>) override {
+    void RNUSBConnectionManagerDidReceiveRangeData(RNUSBConnectionManager&, ByteView data, std::optional<std::int64_t>,
+                                                 const std::shared_ptr<TNChannel>&) override {
         record("range", data);
     }
-    void RNUSBConnectionManagerDidReceiveFileRepData(RNUSBConnectionManager&, ByteView data, std::optional<std::int64_t>) override {
+    void RNUSBConnectionManagerDidReceiveFileRepData(RNUSBConnectionManager&, ByteView data, std::optional<std::int64_t>,
+                                                 const std::shared_ptr<TNChannel>&) override {
         record("file", data);
     }
 };

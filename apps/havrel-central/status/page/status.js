@@ -104,6 +104,13 @@ function renderOutputs(outputs, control) {
   }
 }
 
+// Newest first; each item is its texts joined by two spaces.
+function renderList(id, items, texts, emptyText) {
+  const list = $(id);
+  const rows = items.slice().reverse().map((item) => element("li", texts(item).join("  ")));
+  list.replaceChildren(...(rows.length ? rows : [element("li", emptyText, "empty")]));
+}
+
 function renderClock(clock, control) {
   $("clock-source").textContent = clock.source;
   $("clock-tempo").textContent = clock.tempo > 0 ? clock.tempo.toFixed(1) + " BPM" : "—";
@@ -159,6 +166,9 @@ function applyState(state) {
   drawPlot();
   renderOutputs(state.outputs, state.control);
   renderClock(state.clock, state.control);
+  renderList("alerts", state.alerts || [], (a) => [a.time, a.message, a.text], "no alert");
+  renderList("files", state.files || [], (f) => [f.time, f.name, f.size + " bytes", "from " + (f.client || "?")],
+             "no file received");
   if (state.full) { monitorEntries.length = 0; lastMonitorSeq = 0; lastLogSeq = 0; }
   for (const entry of state.monitor) {
     if (entry.seq <= lastMonitorSeq) continue;  // already had it from a full state

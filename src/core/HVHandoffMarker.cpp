@@ -1,0 +1,58 @@
+#include "core/HVHandoffMarker.hpp"
+
+#include "core/HVCentralConnectionManager.hpp"
+#include "platform/DefaultsStore.hpp"
+#include "platform/MainQueue.hpp"
+#include "platform/SerialQueue.hpp"
+
+#include <algorithm>
+#include <ctime>
+
+namespace havrel {
+
+namespace {
+
+// The current date and time as ISO-8601 text in UTC, to the second: "2024-05-01T09:30:00Z".
+std::string currentDateText() {
+    const std::time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
+    std::tm utc{};
+    ::gmtime_r(&now, &utc);
+    char text[32];
+    const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &utc);
+    return std::string(text, length);
+}
+
+}  // namespace
+
+std::shared_ptr<HVHandoffMarker> HVHandoffMarker::create() {
+    return std::make_shared<HVHandoffMarker>();
+}
+
+HVHandoffMarker::HVHandoffMarker() : queue_(SerialQueue::create("com.havrelapps.handoff.marker")) {}
+
+void HVHandoffMarker::markConnection() {
+    date_ = currentDateText();
+    if (writePending_) {
+        return;
+    }
+    writePending_ = true;
+    auto& main = MainQueue::shared();
+    const auto due = lastWrite_ ? std::max(main.now(), *lastWrite_ + kMinimumInterval) : main.now();
+    std::weak_ptr<HVHandoffMarker> weak = weak_from_this();
+    main.postAt(due, [weak] {
+        if (auto self = weak.lock()) {
+            self->writeNow();
+        }
+    });
+}
+
+void HVHandoffMarker::writeNow() {
+    writePending_ = false;
+    lastWrite_ = MainQueue::shared().now();
+    queue_->post([store = DefaultsStore::standard(), date = date_, writes = writes_] {
+        store->set(kLastConnectedAtKey, date);
+        ++*writes;
+    });
+}
+
+}  // namespace havrel
