@@ -14,8 +14,15 @@
 
 #include <gtest/gtest.h>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -318,6 +325,87 @@ TEST(HVCentralUSBManagerTest, AnswersTheFirstFrameWithTheCentralsIdentityAndSend
 
     usb->connectionManager()->stop();
     device->stop();
+    usb.reset();
+    MainQueue::shared().runFor(std::chrono::milliseconds(5));
+}
+
+// A client that takes the connection and never reads, as a suspended app does. Its receive
+// buffer and segments are small, so the sender's kernel takes little of what it leaves unread.
+class SilentPeer {
+public:
+    SilentPeer() {
+        listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        int small = 4096;
+        ::setsockopt(listener_, SOL_SOCKET, SO_RCVBUF, &small, sizeof(small));
+        int segment = 536;
+        ::setsockopt(listener_, IPPROTO_TCP, TCP_MAXSEG, &segment, sizeof(segment));
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        ::bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof(address));
+        ::listen(listener_, 4);
+        socklen_t length = sizeof(address);
+        ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length);
+        port_ = ntohs(address.sin_port);
+    }
+    ~SilentPeer() {
+        for (int fd : accepted_) ::close(fd);
+        ::close(listener_);
+    }
+    std::uint16_t port() const { return port_; }
+    void accept() { accepted_.push_back(::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC)); }
+
+private:
+    int listener_ = -1;
+    std::uint16_t port_ = 0;
+    std::vector<int> accepted_;
+};
+
+std::size_t residentBytes() {
+    std::ifstream status("/proc/self/status");
+    std::string line;
+    while (std::getline(status, line)) {
+        if (line.starts_with("VmRSS:")) return std::stoul(line.substr(6)) * 1024;
+    }
+    return 0;
+}
+
+TEST(HVCentralUSBManagerTest, APeerThatStopsReadingIsClosedAtTheQueueBoundOrAtThePingDeadline) {
+    ManualClockScope clock;
+    ScopedLogCapture capture;
+    SilentPeer peer;
+    HVCentralUSBManager::Options options;
+    options.localPort = peer.port();
+    options.useUSBHub = false;
+    auto usb = HVCentralUSBManager::initWithProudctToSendOut("Havrel", "1.0", options);
+    auto& channels = usb->connectionManager()->connectedChannels;
+    ASSERT_TRUE(runMainQueueUntil([&] { return !channels.empty(); }));
+    peer.accept();
+
+    // Tempo and position flow faster than anyone reads: the channel closes at the bound, once,
+    // and what it kept stays within a few MiB.
+    const std::size_t before = residentBytes();
+    auto channel = channels.front();
+    const auto eightBytes = std::make_shared<const Bytes>(8);
+    for (int i = 0; i < 100000 && channel->isConnected(); ++i) {
+        channel->sendFrameOfType(TNFrameTypeTempo + i % 2, 0, eightBytes, nullptr);
+    }
+    EXPECT_FALSE(channel->isConnected());
+    EXPECT_LT(residentBytes(), before + 4 * kTNChannelMaximumQueuedWriteBytes);
+    ASSERT_TRUE(runMainQueueUntil([&] { return channels.empty(); }));
+    EXPECT_EQ(capture.count("the peer is not reading"), 1u);
+
+    // Next time one frame below the bound fills what the kernel takes: the pings wait behind it
+    // and the deadline closes the channel.
+    ASSERT_TRUE(runMainQueueUntil([&] { return !channels.empty(); }));
+    peer.accept();
+    channels.front()->sendFrameOfType(TNFrameTypeConfigurationDataFromCentral, 0,
+                                      std::make_shared<const Bytes>(kTNChannelMaximumQueuedWriteBytes / 2), nullptr);
+    ASSERT_TRUE(runMainQueueUntil([&] { return channels.empty(); }));
+    EXPECT_EQ(capture.count("a ping waits unwritten for 5 s — closing channel"), 1u);
+    EXPECT_EQ(capture.count("the peer is not reading"), 1u);
+
+    usb->connectionManager()->stop();
     usb.reset();
     MainQueue::shared().runFor(std::chrono::milliseconds(5));
 }
