@@ -3,6 +3,7 @@
 
 #include "StatusSources.hpp"
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,7 @@ public:
     StatusClock clockState{"external", 120.0, 2, 1, 3, true, false};
     std::string refusal;  // what every change answers
     std::vector<std::string> calls;
+    std::function<void()> onChange;  // runs after each change is recorded
 
     std::vector<StatusClient> clients() override { return clientList; }
     std::int64_t messagesPerSecond() override { return rate; }
@@ -24,16 +26,22 @@ public:
     std::vector<StatusOutput> outputs() override { return outputList; }
     StatusClock clock() override { return clockState; }
     std::string setOutputEnabled(const std::string& name, bool on) override {
-        calls.push_back("output " + name + (on ? " on" : " off"));
+        record("output " + name + (on ? " on" : " off"));
         return refusal;
     }
     std::string setClockRunning(bool running) override {
-        calls.push_back(running ? "clock run" : "clock pause");
+        record(running ? "clock run" : "clock pause");
         return refusal;
     }
     std::string setTempo(double bpm) override {
-        calls.push_back("tempo " + std::to_string(bpm));
+        record("tempo " + std::to_string(bpm));
         return refusal;
+    }
+
+private:
+    void record(std::string call) {
+        calls.push_back(std::move(call));
+        if (onChange) onChange();
     }
 };
 

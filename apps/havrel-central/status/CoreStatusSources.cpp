@@ -5,6 +5,7 @@
 #include "central/RNClient.hpp"
 #include "core/HVCentralConnectionManager.hpp"
 #include "midi_service/HVMIDIClockParser.hpp"
+#include "midi_service/HVMIDIHandOff.hpp"
 #include "midi_service/HVMIDIManager.hpp"
 #include "musical_time/HVClock.hpp"
 #include "platform/NotificationCenter.hpp"
@@ -92,6 +93,10 @@ std::int64_t CoreStatusSources::messagesPerSecond() {
 
 std::string CoreStatusSources::lastMessageDescription() {
     return HVCentralThroughputMeter::sharedInstance()->lastMessageDescription().value_or("");
+}
+
+std::uint64_t CoreStatusSources::receivedMIDIDropped() {
+    return HVMIDIHandOff::totalDropped();
 }
 
 std::vector<StatusOutput> CoreStatusSources::outputs() {
