@@ -12,13 +12,10 @@
 #include "transport/usb/HVCentralUSBManager.hpp"
 #include "transport/usb/TNUSBHub.hpp"
 
+#include <asio/io_context.hpp>
 #include <gtest/gtest.h>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -331,34 +328,20 @@ TEST(HVCentralUSBManagerTest, AnswersTheFirstFrameWithTheCentralsIdentityAndSend
 
 // A client that takes the connection and never reads, as a suspended app does. Its receive
 // buffer and segments are small, so the sender's kernel takes little of what it leaves unread.
-class SilentPeer {
-public:
+struct SilentPeer {
     SilentPeer() {
-        listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        int small = 4096;
-        ::setsockopt(listener_, SOL_SOCKET, SO_RCVBUF, &small, sizeof(small));
-        int segment = 536;
-        ::setsockopt(listener_, IPPROTO_TCP, TCP_MAXSEG, &segment, sizeof(segment));
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        ::bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof(address));
-        ::listen(listener_, 4);
-        socklen_t length = sizeof(address);
-        ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length);
-        port_ = ntohs(address.sin_port);
+        listener.open(asio::ip::tcp::v4());
+        listener.set_option(asio::socket_base::receive_buffer_size(4096));
+        listener.set_option(asio::detail::socket_option::integer<IPPROTO_TCP, TCP_MAXSEG>(536));
+        listener.bind({asio::ip::address_v4::loopback(), 0});
+        listener.listen();
     }
-    ~SilentPeer() {
-        for (int fd : accepted_) ::close(fd);
-        ::close(listener_);
-    }
-    std::uint16_t port() const { return port_; }
-    void accept() { accepted_.push_back(::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC)); }
+    std::uint16_t port() const { return listener.local_endpoint().port(); }
+    void accept() { accepted.push_back(listener.accept()); }
 
-private:
-    int listener_ = -1;
-    std::uint16_t port_ = 0;
-    std::vector<int> accepted_;
+    asio::io_context io;
+    asio::ip::tcp::acceptor listener{io};
+    std::vector<asio::ip::tcp::socket> accepted;
 };
 
 std::size_t residentBytes() {
