@@ -15,6 +15,7 @@
 #include "backends/midi_alsa/AlsaMIDIBackend.hpp"
 #endif
 #include "platform/AsyncLogSink.hpp"
+#include "platform/DescriptorLineWriter.hpp"
 #include "platform/DefaultsStore.hpp"
 #include "platform/HostPrompts.hpp"
 #include "platform/Log.hpp"
@@ -30,11 +31,11 @@
 #include <CLI/CLI.hpp>
 #include <asio/signal_set.hpp>
 
+#include <unistd.h>
+
 #include <csignal>
-#include <cstdio>
 #include <filesystem>
 #include <iostream>
-#include <mutex>
 #include <string>
 
 namespace {
@@ -199,15 +200,14 @@ int main(int argc, char** argv) {
     auto stepOutput = HVStepOutput::install(HVSequencePlayer::shared(), HVClock::shared());
     auto tempoForwarder = HVTempoPositionForwarder::install(midi);
 
+    // The print is written on a thread of its own: a stdout that nobody reads costs dropped
+    // lines, never a stalled MIDI receive queue or memory.
     std::unique_ptr<HVMIDIOutputMonitor> monitor;
+    std::shared_ptr<DescriptorLineWriter> printer;
     if (options.printMIDI) {
-        monitor = HVMIDIOutputMonitor::start("havrel-central monitor", midi->outputName(), [](const std::string& line) {
-            static std::mutex mutex;
-            std::lock_guard lock(mutex);
-            std::fwrite(line.data(), 1, line.size(), stdout);
-            std::fputc('\n', stdout);
-            std::fflush(stdout);
-        });
+        printer = std::make_shared<DescriptorLineWriter>(STDOUT_FILENO, "--print-midi");
+        monitor = HVMIDIOutputMonitor::start("havrel-central monitor", midi->outputName(),
+                                             [printer](const std::string& line) { printer->write(line); });
     }
 
     std::unique_ptr<StatusService> status;
@@ -236,6 +236,10 @@ int main(int argc, char** argv) {
         bluetoothScanner->invalidate();
     }
     monitor.reset();
+    if (printer && printer->droppedCount() > 0) {
+        logf("havrel-central: --print-midi dropped {} lines", printer->droppedCount());
+    }
+    printer.reset();
     status.reset();
     HVCentralUSBManager::resetShared();
     RNCentralBluetoothManager::resetShared();

@@ -392,9 +392,10 @@ void HVMIDIManager::refreshConnections() {
     refreshHardwareOutputs();
     auto& manager = requireManager();
     // Each source named N gets an output connection to the destinations named N, and each
-    // destination named N an input connection from the sources named N. Connections are kept
-    // when their endpoint goes away, so one that returns is not connected twice.
+    // destination named N an input connection from the sources named N, once.
+    std::set<std::string> sourceNames;
     for (const auto& endpoint : manager.endpoints().outputs) {
+        sourceNames.insert(endpoint.name);
         if (manager.managedOutputConnection(endpoint.name)) {
             continue;
         }
@@ -402,11 +403,14 @@ void HVMIDIManager::refreshConnections() {
             manager.addOutputConnection(
                 MIDIIO::MIDIOutputConnectionMode::inputs({MIDIIO::MIDIEndpointIdentity::name(endpoint.name)}),
                 endpoint.name, MIDIIO::MIDIEndpointFilter::default_());
+            refreshedOutputTags_.insert(endpoint.name);
         } catch (const MIDIIO::MIDIIOError& error) {
             log("error " + error.description());
         }
     }
+    std::set<std::string> destinationNames;
     for (const auto& endpoint : manager.endpoints().inputs) {
+        destinationNames.insert(endpoint.name);
         if (manager.managedInputConnection(endpoint.name)) {
             continue;
         }
@@ -414,10 +418,39 @@ void HVMIDIManager::refreshConnections() {
             manager.addInputConnection(
                 MIDIIO::MIDIInputConnectionMode::outputs({MIDIIO::MIDIEndpointIdentity::name(endpoint.name)}),
                 endpoint.name, MIDIIO::MIDIEndpointFilter::default_(), eventsReceiver());
+            refreshedInputTags_.insert(endpoint.name);
         } catch (const MIDIIO::MIDIIOError& error) {
             log("error " + error.description());
         }
     }
+    removeConnectionsOfVanishedEndpoints(sourceNames, destinationNames);
+}
+
+// Departure: a per-name connection goes with the last endpoint of its name (one that returns is
+// joined again by the next refresh), so the tables follow the endpoints there are, not every
+// name ever seen.
+void HVMIDIManager::removeConnectionsOfVanishedEndpoints(const std::set<std::string>& sourceNames,
+                                                         const std::set<std::string>& destinationNames) {
+    auto& manager = requireManager();
+    const auto removeVanished = [&](std::set<std::string>& tags, const std::set<std::string>& names,
+                                    MIDIIO::ManagedType type) {
+        std::erase_if(tags, [&](const std::string& tag) {
+            if (names.contains(tag)) {
+                return false;
+            }
+            manager.remove(type, MIDIIO::TagSelection::withTag(tag));
+            return true;
+        });
+    };
+    removeVanished(refreshedOutputTags_, sourceNames, MIDIIO::ManagedType::outputConnection);
+    removeVanished(refreshedInputTags_, destinationNames, MIDIIO::ManagedType::inputConnection);
+    // The network path sends only on connections that are still there.
+    const auto current = manager.managedOutputConnections();
+    std::lock_guard lock(networkOutputsMutex_);
+    std::erase_if(networkOutputs_, [&](const auto& connection) {
+        return std::none_of(current.begin(), current.end(),
+                            [&](const auto& entry) { return entry.second == connection; });
+    });
 }
 
 std::vector<MIDIIO::MIDIInputEndpoint> HVMIDIManager::hardwareDestinations() const {

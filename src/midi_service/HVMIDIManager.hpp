@@ -203,6 +203,12 @@ private:
 
     std::shared_ptr<Timer> refreshTimer_;
     std::shared_ptr<Timer> networkTimer_;
+    // The per-name connections the refresh made (main queue), and their removal once no
+    // endpoint of that name is left.
+    std::set<std::string> refreshedOutputTags_;
+    std::set<std::string> refreshedInputTags_;
+    void removeConnectionsOfVanishedEndpoints(const std::set<std::string>& sourceNames,
+                                              const std::set<std::string>& destinationNames);
 };
 
 }  // namespace havrel

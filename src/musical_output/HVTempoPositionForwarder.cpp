@@ -1,5 +1,6 @@
 #include "musical_output/HVTempoPositionForwarder.hpp"
 
+#include "midi_service/HVMIDIHandOff.hpp"
 #include "platform/MainQueue.hpp"
 
 namespace havrel {
@@ -11,9 +12,11 @@ std::shared_ptr<HVTempoPositionForwarder> HVTempoPositionForwarder::install(cons
         return forwarder;
     }
     std::weak_ptr<HVTempoPositionForwarder> weak = forwarder;
-    // Both run on the MIDI receive thread; the channels live on the main queue.
-    auto onMainQueue = [weak](auto send) {
-        MainQueue::shared().post([weak, send] {
+    // Both run on the MIDI receive thread; the channels live on the main queue, reached through
+    // a bounded hand-off.
+    auto handOff = std::make_shared<HVMIDIHandOff>(MainQueue::shared());
+    auto onMainQueue = [weak, handOff](auto send) {
+        handOff->post([weak, send] {
             auto self = weak.lock();
             if (!self) {
                 return;

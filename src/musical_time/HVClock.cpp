@@ -1,5 +1,6 @@
 #include "musical_time/HVClock.hpp"
 
+#include "midi_service/HVMIDIHandOff.hpp"
 #include "midi_service/HVMIDIManager.hpp"
 #include "platform/Assert.hpp"
 #include "platform/Log.hpp"
@@ -217,8 +218,19 @@ void HVClock::externalTick(std::uint64_t total) {
     postTick(total);
 }
 
+namespace {
+
+// What MIDI clock brings from the receive queues to the main queue: bounded, a flood of clock
+// is dropped and counted rather than queued.
+HVMIDIHandOff& receivedClockHandOff() {
+    static HVMIDIHandOff handOff(MainQueue::shared());
+    return handOff;
+}
+
+}  // namespace
+
 void HVClock::postTick(std::uint64_t value) {
-    MainQueue::shared().post([value] {
+    receivedClockHandOff().post([value] {
         NotificationCenter::defaultCenter().post(HVMIDIQNNotification, nullptr, {{HVMIDIQNNotification, value}});
     });
 }
@@ -233,7 +245,7 @@ void HVClock::setRunning(bool running) {
     if (observers.empty()) {
         return;
     }
-    MainQueue::shared().post([observers = std::move(observers), running] {
+    receivedClockHandOff().post([observers = std::move(observers), running] {
         for (const auto& observer : observers) {
             observer(running);
         }

@@ -233,7 +233,7 @@ TEST_F(HVMIDIManagerTest, HardwareFanOutFollowsOnlineNonNetworkDestinations) {
     EXPECT_TRUE(connection->inputsCriteria().empty());
 }
 
-TEST_F(HVMIDIManagerTest, RefreshJoinsEndpointsByNameOnceAndKeepsConnectionsOfVanishedOnes) {
+TEST_F(HVMIDIManagerTest, RefreshJoinsEndpointsByNameOnceAndDropsConnectionsOfVanishedOnes) {
     auto manager = HVMIDIManager::initSharedWithConnectionConfiguration(configuration_);
     auto other = startedManager("Other");
     other->addOutput("Drums", "drums", MIDIIO::MIDIIdentifierPersistence::adHoc());
@@ -257,13 +257,29 @@ TEST_F(HVMIDIManagerTest, RefreshJoinsEndpointsByNameOnceAndKeepsConnectionsOfVa
     const auto outputConnections = midi.managedOutputConnections().size();
     const auto inputConnections = midi.managedInputConnections().size();
 
-    // The source goes and comes back: the connection stays, and nothing is added twice.
+    // Endpoints that come and go under ever new names leave no connection behind.
+    for (int i = 0; i < 20; ++i) {
+        const std::string name = "Pad " + std::to_string(i);
+        other->addOutput(name, "pad", MIDIIO::MIDIIdentifierPersistence::adHoc());
+        advance(seconds(1));
+        ASSERT_NE(midi.managedOutputConnection(name), nullptr);
+        other->remove(MIDIIO::ManagedType::output, MIDIIO::TagSelection::withTag("pad"));
+        advance(seconds(1));
+        EXPECT_EQ(midi.managedOutputConnection(name), nullptr);
+    }
+    EXPECT_EQ(midi.managedOutputConnections().size(), outputConnections);
+
+    // The source and destination go: their connections with them. Back, each is joined once.
     other->remove(MIDIIO::ManagedType::output, MIDIIO::TagSelection::withTag("drums"));
+    other->remove(MIDIIO::ManagedType::input, MIDIIO::TagSelection::withTag("drumsIn"));
     advance(seconds(2));
-    EXPECT_EQ(midi.managedOutputConnection("Drums"), drumsOut);
+    EXPECT_EQ(midi.managedOutputConnection("Drums"), nullptr);
+    EXPECT_EQ(midi.managedInputConnection("Drums"), nullptr);
     other->addOutput("Drums", "drums", MIDIIO::MIDIIdentifierPersistence::adHoc());
+    other->addInput("Drums", "drumsIn", MIDIIO::MIDIIdentifierPersistence::adHoc(), MIDIIO::MIDIReceiver::events({}));
     advance(seconds(2));
-    EXPECT_EQ(midi.managedOutputConnection("Drums"), drumsOut);
+    ASSERT_NE(midi.managedOutputConnection("Drums"), nullptr);
+    EXPECT_EQ(midi.managedOutputConnection("Drums")->endpoints().size(), 1u);
     EXPECT_EQ(midi.managedOutputConnections().size(), outputConnections);
     EXPECT_EQ(midi.managedInputConnections().size(), inputConnections);
     EXPECT_EQ(capture.count("Setting up new input connection to Havrel Test Output."), 1u);

@@ -51,6 +51,27 @@ const StatusClient* find(const std::vector<StatusClient>& clients, const std::st
     return nullptr;
 }
 
+// A page: the handshake on a thread of its own, while this thread turns the main queue.
+bool openPage(asio::ip::tcp::socket& page, StatusService& service) {
+    const std::uint16_t port = service.port();
+    std::thread opener([&] {
+        page.connect({asio::ip::make_address("127.0.0.1"), port});
+        const std::string host = "127.0.0.1:" + std::to_string(port);
+        asio::write(page, asio::buffer("GET /ws HTTP/1.1\r\nHost: " + host + "\r\nOrigin: http://" + host +
+                                       "\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
+                                       "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Version: 13\r\n\r\n"));
+        asio::streambuf buffer;
+        asio::read_until(page, buffer, "\r\n\r\n");
+    });
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (service.server().connectionCount() == 0 && std::chrono::steady_clock::now() < deadline) {
+        MainQueue::shared().poll();
+        std::this_thread::yield();
+    }
+    opener.join();
+    return service.server().connectionCount() == 1;
+}
+
 class CoreStatusSourcesTest : public ::testing::Test {
 protected:
     CoreStatusSourcesTest() {
@@ -67,11 +88,22 @@ protected:
         std::filesystem::remove_all(folder_);
     }
 
+    // The service with a page open on it; nullptr when either fails.
+    std::unique_ptr<StatusService> startWithPage(const std::shared_ptr<FakeStatusSources>& sources, bool control) {
+        auto service = StatusService::start({0, control, ""}, sources);
+        if (!service || !openPage(page_, *service)) {
+            return nullptr;
+        }
+        return service;
+    }
+
     ManualClockScope clock_;
     TransportScope transports_;
     ScopedLogCapture capture_;
     std::filesystem::path folder_;
     std::shared_ptr<HVCentralConnectionManager> registry_;
+    asio::io_context clientIO_;
+    asio::ip::tcp::socket page_{clientIO_};
 };
 
 TEST_F(CoreStatusSourcesTest, ClientsOfEveryTransportWithTheirStateAndIndicator) {
@@ -180,31 +212,8 @@ TEST_F(CoreStatusSourcesTest, TheInternalClockIsSetFromThePageUntilMIDIClockTake
 
 TEST_F(CoreStatusSourcesTest, AnOpenPageGetsAtMostTwentyStatesASecond) {
     auto sources = std::make_shared<FakeStatusSources>();
-    auto service = StatusService::start({0, false, ""}, sources);
+    auto service = startWithPage(sources, false);
     ASSERT_NE(service, nullptr);
-    const std::uint16_t port = service->port();
-
-    // A page: the handshake on a thread of its own, while this thread turns the main queue.
-    asio::io_context clientIO;
-    asio::ip::tcp::socket page(clientIO);
-    std::string handshake;
-    std::thread opener([&] {
-        page.connect({asio::ip::make_address("127.0.0.1"), port});
-        const std::string host = "127.0.0.1:" + std::to_string(port);
-        asio::write(page, asio::buffer("GET /ws HTTP/1.1\r\nHost: " + host + "\r\nOrigin: http://" + host +
-                                       "\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
-                                       "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Version: 13\r\n\r\n"));
-        asio::streambuf buffer;
-        asio::read_until(page, buffer, "\r\n\r\n");
-        handshake.assign(asio::buffers_begin(buffer.data()), asio::buffers_end(buffer.data()));
-    });
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (service->server().connectionCount() == 0 && std::chrono::steady_clock::now() < deadline) {
-        MainQueue::shared().poll();
-        std::this_thread::yield();
-    }
-    opener.join();
-    ASSERT_EQ(service->server().connectionCount(), 1u) << handshake;
 
     // A message leaves every millisecond for a second: twenty states, one per 50 ms.
     for (int ms = 0; ms < 1000; ++ms) {
@@ -223,6 +232,32 @@ TEST_F(CoreStatusSourcesTest, AnOpenPageGetsAtMostTwentyStatesASecond) {
     EXPECT_EQ(state["log"].back()["line"], "status test line");
     service.reset();
     EXPECT_TRUE(capture_.contains("status test line"));
+}
+
+TEST_F(CoreStatusSourcesTest, AServiceEndedWithRequestsInFlightAnswersNoneOfThem) {
+    auto sources = std::make_shared<FakeStatusSources>();
+    auto service = startWithPage(sources, true);
+    ASSERT_NE(service, nullptr);
+
+    // The first request ends the service; the rest of the burst is read and still to be handled.
+    sources->onChange = [&] { service.reset(); };
+    const std::string request = R"({"id":1,"op":"setTempo","bpm":100})";
+    std::string burst;
+    for (int i = 0; i < 50; ++i) {
+        // A masked text frame with a zero mask: the payload as it stands.
+        burst += std::string{'\x81', static_cast<char>(0x80 | request.size()), 0, 0, 0, 0} + request;
+    }
+    asio::write(page_, asio::buffer(burst));
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (service && std::chrono::steady_clock::now() < deadline) {
+        MainQueue::shared().poll();
+        std::this_thread::yield();
+    }
+    ASSERT_EQ(service, nullptr);
+    for (int i = 0; i < 20; ++i) {
+        MainQueue::shared().poll();
+    }
+    EXPECT_EQ(sources->calls.size(), 1u);
 }
 
 }  // namespace

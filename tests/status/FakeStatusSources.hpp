@@ -3,6 +3,7 @@
 
 #include "StatusSources.hpp"
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,7 @@ public:
     std::vector<StatusReceivedFile> fileList;
     std::string refusal;  // what every change answers
     std::vector<std::string> calls;
+    std::function<void()> onChange;  // runs after each change is recorded
 
     std::vector<StatusClient> clients() override { return clientList; }
     std::int64_t messagesPerSecond() override { return rate; }
@@ -28,16 +30,22 @@ public:
     std::vector<StatusAlert> alerts() override { return alertList; }
     std::vector<StatusReceivedFile> receivedFiles() override { return fileList; }
     std::string setOutputEnabled(const std::string& name, bool on) override {
-        calls.push_back("output " + name + (on ? " on" : " off"));
+        record("output " + name + (on ? " on" : " off"));
         return refusal;
     }
     std::string setClockRunning(bool running) override {
-        calls.push_back(running ? "clock run" : "clock pause");
+        record(running ? "clock run" : "clock pause");
         return refusal;
     }
     std::string setTempo(double bpm) override {
-        calls.push_back("tempo " + std::to_string(bpm));
+        record("tempo " + std::to_string(bpm));
         return refusal;
+    }
+
+private:
+    void record(std::string call) {
+        calls.push_back(std::move(call));
+        if (onChange) onChange();
     }
 };
 

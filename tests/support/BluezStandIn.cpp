@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdlib>
+#include <deque>
 #include <filesystem>
 #include <fstream>
 #include <future>
@@ -290,6 +291,7 @@ struct BluezStandIn::State {
     std::unique_ptr<sdbus::IObject> root;
     std::map<std::string, Adapter> adapters;
     std::vector<std::unique_ptr<DeviceState>> devices;
+    std::deque<std::unique_ptr<sdbus::IObject>> lingering;  // objects of addresses rotated away
     std::map<std::string, std::size_t> calls;
 
     void exportAdapter(Adapter& adapter) {
@@ -548,6 +550,28 @@ std::size_t BluezStandIn::addDevice(Device device) {
         }
     });
     return index;
+}
+
+void BluezStandIn::rotateAddress(std::size_t device, const std::string& address, std::size_t lingering) {
+    auto state = state_;
+    bus_->runAndWait([&](sdbus::IConnection&) {
+        auto& rotated = *state->devices.at(device);
+        if (rotated.object) {
+            state->lingering.push_back(std::move(rotated.object));
+        }
+        while (state->lingering.size() > lingering) {
+            state->lingering.front()->emitInterfacesRemovedSignal();
+            state->lingering.pop_front();
+        }
+        rotated.settings.address = address;
+        std::string text = address;
+        std::replace(text.begin(), text.end(), ':', '_');
+        rotated.path = "/org/bluez/" + rotated.settings.adapter + "/dev_" + text;
+        const auto adapter = state->adapters.find(rotated.settings.adapter);
+        if (adapter != state->adapters.end() && adapter->second.discovering) {
+            state->advertise(adapter->second, rotated);
+        }
+    });
 }
 
 bool BluezStandIn::isConnected(std::size_t device) const {

@@ -86,6 +86,10 @@ public:
 
     // Adds an advertising device; returns its index for the calls below.
     std::size_t addDevice(Device device);
+    // Gives an unlinked device a new address, as a tablet rotates its private address: a new
+    // device object. The objects of its old addresses stay in the tree, as BlueZ keeps a device
+    // for a while, until more than `lingering` of them are there; then the oldest go.
+    void rotateAddress(std::size_t device, const std::string& address, std::size_t lingering);
     bool isConnected(std::size_t device) const;
     bool isSubscribed(std::size_t device, const std::string& characteristicUUID) const;
     // Sends each value as one notification; false (nothing sent) unless subscribed.

@@ -12,7 +12,9 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <fcntl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -258,6 +260,29 @@ TEST_F(ProgramsTest, SIGTERMDuringTrafficExitsCleanlyAndLeavesNoProcess) {
     // The client sees the Central go away and ends with its own status for that.
     EXPECT_EQ(client->wait(seconds(10)), 3) << client->err();
     EXPECT_NE(::kill(host->pid(), 0), 0);
+}
+
+TEST_F(ProgramsTest, AMIDIPrintNobodyReadsCostsDroppedLinesAndTheCentralGoesOn) {
+    // stdout is a pipe whose reader never reads: it fills after a thousand lines or so.
+    const auto pipe = folder_ / "central.out";
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    const int reader = ::open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    ASSERT_GE(reader, 0);
+    auto host = central();
+    std::string script;
+    for (int i = 0; i < 10; ++i) {
+        script += "sweep pitch 0 1 0.3; sweep pitch 1 0 0.3; ";
+    }
+    Process client(HAVREL_CLIENT_SIM_PROGRAM,
+                   {"--port", std::to_string(port_), "--rate", "1000", "--do", script + "wait 0.2"}, folder_, "sim");
+    ASSERT_EQ(client.wait(seconds(60)), 0) << client.err();
+    EXPECT_TRUE(waitUntil([&] {
+        return host->err().find("--print-midi: the output is not being read") != std::string::npos;
+    })) << host->err();
+    host->signal(SIGTERM);
+    EXPECT_EQ(host->wait(seconds(10)), 0) << host->err();
+    EXPECT_NE(host->err().find("havrel-central: --print-midi dropped "), std::string::npos) << host->err();
+    ::close(reader);
 }
 
 TEST_F(ProgramsTest, AScriptPlayedOverTheSimulatedRadioLeavesTheCentralAsMIDI) {

@@ -6,6 +6,7 @@
 #include "central/RNClient.hpp"
 #include "core/HVCentralConnectionManager.hpp"
 #include "midi_service/HVMIDIClockParser.hpp"
+#include "midi_service/HVMIDIHandOff.hpp"
 #include "midi_service/HVMIDIManager.hpp"
 #include "musical_time/HVClock.hpp"
 #include "platform/HostPrompts.hpp"
@@ -94,6 +95,10 @@ std::int64_t CoreStatusSources::messagesPerSecond() {
 
 std::string CoreStatusSources::lastMessageDescription() {
     return HVCentralThroughputMeter::sharedInstance()->lastMessageDescription().value_or("");
+}
+
+std::uint64_t CoreStatusSources::receivedMIDIDropped() {
+    return HVMIDIHandOff::totalDropped();
 }
 
 std::vector<StatusOutput> CoreStatusSources::outputs() {

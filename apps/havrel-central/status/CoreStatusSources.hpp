@@ -31,6 +31,7 @@ public:
     std::vector<StatusClient> clients() override;
     std::int64_t messagesPerSecond() override;
     std::string lastMessageDescription() override;
+    std::uint64_t receivedMIDIDropped() override;
     std::vector<StatusOutput> outputs() override;
     StatusClock clock() override;
     std::vector<StatusAlert> alerts() override;

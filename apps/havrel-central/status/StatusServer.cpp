@@ -76,7 +76,9 @@ struct StatusServer::Impl : std::enable_shared_from_this<StatusServer::Impl> {
         server.set_message_handler([weak](Handle handle, Server::message_ptr message) {
             auto self = weak.lock();
             if (!self || !self->onMessage || message->get_opcode() != websocketpp::frame::opcode::text) return;
-            const std::string reply = self->onMessage(message->get_payload());
+            // A copy: the handler may stop the server, which drops it.
+            const MessageHandler handler = self->onMessage;
+            const std::string reply = handler(message->get_payload());
             if (!reply.empty()) self->send(handle, reply);
         });
     }
@@ -141,7 +143,11 @@ struct StatusServer::Impl : std::enable_shared_from_this<StatusServer::Impl> {
 
     void opened(Handle handle) {
         open.insert(handle);
-        if (greeting) send(handle, greeting());
+        if (greeting) {
+            const GreetingHandler handler = greeting;
+            const std::string text = handler();
+            if (!text.empty()) send(handle, text);
+        }
     }
 
     bool send(Handle handle, const std::string& text) {
@@ -167,6 +173,9 @@ struct StatusServer::Impl : std::enable_shared_from_this<StatusServer::Impl> {
     }
 
     void stop() {
+        // What is still queued for the connections must not reach the owner's objects.
+        greeting = nullptr;
+        onMessage = nullptr;
         std::error_code ignored;
         if (listening) {
             server.stop_listening(ignored);

@@ -39,7 +39,7 @@ public:
         std::size_t maxIncomingMessageBytes = 4096;
         std::size_t maxConnections = 256;
     };
-    // The first message to a connection that has just opened.
+    // The first message to a connection that has just opened; an empty text sends nothing.
     using GreetingHandler = std::function<std::string()>;
     // The answer to a message from the page; an empty text sends nothing.
     using MessageHandler = std::function<std::string(const std::string& text)>;
@@ -54,7 +54,8 @@ public:
 
     // Listens on 127.0.0.1. The port it listens on, or nothing with the reason in *error.
     std::optional<std::uint16_t> start(std::string* error = nullptr);
-    // Stops listening and closes every connection.
+    // Stops listening, closes every connection and drops both handlers: what is still under way
+    // for a connection reaches neither of them.
     void stop();
 
     // Sends the text to every open connection; a connection whose send queue it would overflow

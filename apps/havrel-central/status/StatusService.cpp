@@ -14,9 +14,17 @@ std::unique_ptr<StatusService> StatusService::start(const Options& options, std:
     serverOptions.port = options.port;
     service->server_ =
         std::make_unique<StatusServer>(MainQueue::shared().context(), serverOptions, pageResources());
-    StatusModel* model = service->model_.get();
-    service->server_->setGreetingHandler([model] { return model->state(true); });
-    service->server_->setMessageHandler([model](const std::string& text) { return model->handleRequest(text); });
+    // The handlers may still run for a request in flight after the service is gone (the server
+    // lets its connections' work finish): they reach the model only while it lives.
+    std::weak_ptr<StatusModel> weakModel = service->model_;
+    service->server_->setGreetingHandler([weakModel] {
+        auto model = weakModel.lock();
+        return model ? model->state(true) : std::string();
+    });
+    service->server_->setMessageHandler([weakModel](const std::string& text) {
+        auto model = weakModel.lock();
+        return model ? model->handleRequest(text) : std::string();
+    });
     std::string error;
     const auto port = service->server_->start(&error);
     if (!port) {
@@ -30,7 +38,6 @@ std::unique_ptr<StatusService> StatusService::start(const Options& options, std:
     setLogSink(service->logSink_);
 
     if (!options.monitoredOutput.empty()) {
-        std::weak_ptr<StatusModel> weakModel = service->model_;
         service->monitor_ = HVMIDIOutputMonitor::startWithEvents(
             "havrel-central status", options.monitoredOutput,
             [weakModel](const std::string& endpoint, const MIDICore::MIDIEvent& event) {

@@ -57,6 +57,8 @@ public:
     virtual std::vector<StatusClient> clients() = 0;
     virtual std::int64_t messagesPerSecond() = 0;
     virtual std::string lastMessageDescription() = 0;
+    // Received MIDI dropped on its way to the main queue because it fell behind.
+    virtual std::uint64_t receivedMIDIDropped() { return 0; }
     virtual std::vector<StatusOutput> outputs() = 0;
     virtual StatusClock clock() = 0;
     // The last alerts shown to the user and files received from clients, oldest first.

@@ -278,10 +278,18 @@ void BluezCentralManager::sight(const std::shared_ptr<BluezPeripheral>& peripher
         }
     }
     if (!allowDuplicates_) {
-        if (std::find(sighted_.begin(), sighted_.end(), peripheral.get()) != sighted_.end()) {
+        const std::weak_ptr<const BluezPeripheral> seenBefore = peripheral;
+        const auto same = [&](const auto& entry) {
+            return !entry.owner_before(seenBefore) && !seenBefore.owner_before(entry);
+        };
+        if (std::any_of(sighted_.begin(), sighted_.end(), same)) {
             return;
         }
-        sighted_.push_back(peripheral.get());
+        std::erase_if(sighted_, [](const auto& entry) { return entry.expired(); });
+        if (sighted_.size() >= BluezBluetoothPlatform::kMaximumDevices) {
+            sighted_.pop_front();
+        }
+        sighted_.push_back(seenBefore);
     }
     peripheral->known = true;
     Dictionary advertisement = Dictionary::object();
@@ -740,6 +748,7 @@ void BluezBluetoothPlatform::dropEverything() {
         if (device->state() != CBPeripheralStateDisconnected) {
             linkEnded(device, disconnectedError());
         }
+        forgetDevice(path);
     }
 }
 
@@ -886,19 +895,26 @@ void BluezBluetoothPlatform::applyProperties(const std::string& path, const Blue
 }
 
 void BluezBluetoothPlatform::applyDevice(const std::string& path, const BluezProperties& update) {
-    auto& entry = devices_[path];
-    if (!entry) {
-        if (devices_.size() > kMaximumDevices) {
-            devices_.erase(path);
+    if (!devices_.contains(path)) {
+        if (devices_.size() >= kMaximumDevices && !makeRoomForDevice()) {
             if (!reportedOverflow_) {
                 reportedOverflow_ = true;
                 logf("Bluetooth: following {} devices already; ignoring more", kMaximumDevices);
             }
             return;
         }
-        entry = std::make_shared<BluezPeripheral>(weak_from_this(), path);
+        // A known device that comes back while the transport holds it is the same object.
+        std::shared_ptr<BluezPeripheral> again;
+        const auto held = std::find_if(forgotten_.begin(), forgotten_.end(),
+                                       [&](const auto& entry) { return entry.first == path; });
+        if (held != forgotten_.end()) {
+            again = held->second.lock();
+            forgotten_.erase(held);
+        }
+        devices_[path] = again ? again : std::make_shared<BluezPeripheral>(weak_from_this(), path);
     }
-    const auto peripheral = entry;
+    const auto peripheral = devices_[path];
+    peripheral->lastUpdate = ++deviceUpdates_;
     peripheral->present = true;
     mergeBluezProperties(peripheral->properties(), update);
     if (!underAdapter(path)) {
@@ -999,13 +1015,9 @@ void BluezBluetoothPlatform::applyRemoved(const std::string& path, const std::ve
             if (peripheral->state() != CBPeripheralStateDisconnected) {
                 linkEnded(peripheral, disconnectedError());
             }
-            if (!peripheral->known) {
-                // Its GATT objects go with it.
-                std::erase_if(services_, [&](const auto& item) { return startsWith(item.first, path); });
-                std::erase_if(characteristics_, [&](const auto& item) { return startsWith(item.first, path); });
-                std::erase_if(descriptors_, [&](const auto& item) { return startsWith(item.first, path); });
-                devices_.erase(path);
-            }
+            // Departure: a device BlueZ dropped is forgotten at once, known or not; only a
+            // transport that still holds it keeps it (see forgotten_).
+            forgetDevice(path);
             break;
         }
         case BluezInterface::characteristic:
@@ -1017,6 +1029,44 @@ void BluezBluetoothPlatform::applyRemoved(const std::string& path, const std::ve
             break;
         }
     }
+}
+
+void BluezBluetoothPlatform::forgetDevice(const std::string& path) {
+    const auto found = devices_.find(path);
+    if (found == devices_.end()) {
+        return;
+    }
+    const auto peripheral = found->second;
+    devices_.erase(found);
+    // Its GATT objects go with it.
+    const std::string prefix = path + "/";
+    std::erase_if(services_, [&](const auto& item) { return startsWith(item.first, prefix); });
+    std::erase_if(characteristics_, [&](const auto& item) { return startsWith(item.first, prefix); });
+    std::erase_if(descriptors_, [&](const auto& item) { return startsWith(item.first, prefix); });
+    peripheral->bluezServices.clear();
+    if (!peripheral->known) {
+        return;
+    }
+    std::erase_if(forgotten_, [](const auto& entry) { return entry.second.expired(); });
+    if (forgotten_.size() >= kMaximumDevices) {
+        forgotten_.pop_front();
+    }
+    forgotten_.emplace_back(path, peripheral);
+}
+
+bool BluezBluetoothPlatform::makeRoomForDevice() {
+    const BluezPeripheral* oldest = nullptr;
+    for (const auto& [path, device] : devices_) {
+        const bool unlinked = device->state() == CBPeripheralStateDisconnected && device->pendingDisconnects == 0;
+        if (unlinked && (!oldest || device->lastUpdate < oldest->lastUpdate)) {
+            oldest = device.get();
+        }
+    }
+    if (!oldest) {
+        return false;
+    }
+    forgetDevice(oldest->path());
+    return true;
 }
 
 void BluezBluetoothPlatform::linkEnded(const std::shared_ptr<BluezPeripheral>& peripheral,

@@ -21,6 +21,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
@@ -118,8 +119,12 @@ public:
     bool servicesRequested = false;
     // Present in BlueZ's object tree now.
     bool present = true;
-    // Sighted or connected once: kept when BlueZ drops the object, so it stays the same object.
+    // Sighted or connected once: should BlueZ drop the object and bring it back while the
+    // transport still holds this one, it is this object again.
     bool known = false;
+    // When the device last told something (the platform's count of device updates): the
+    // table's oldest is forgotten first when it is full.
+    std::uint64_t lastUpdate = 0;
     // Disconnect calls not answered yet.
     int pendingDisconnects = 0;
     // Reported itself since the discovery under way began.
@@ -170,7 +175,8 @@ private:
     bool scanning_ = false;
     bool allowDuplicates_ = false;
     std::optional<std::vector<std::string>> serviceUUIDs_;
-    std::vector<const BluezPeripheral*> sighted_;
+    // The devices reported in this scan, at most kMaximumDevices of them (the oldest go first).
+    std::deque<std::weak_ptr<const BluezPeripheral>> sighted_;
 };
 
 class BluezBluetoothPlatform final : public RNBluetoothPlatform,
@@ -186,7 +192,9 @@ public:
         // How long a call to BlueZ may take (Connect waits for the device).
         std::chrono::milliseconds callTimeout{30'000};
     };
-    // At most this many devices and GATT objects are followed.
+    // At most this many devices and GATT objects are followed. A device that is neither in
+    // BlueZ's tree nor linked is forgotten; when the table is full, the unlinked device heard
+    // from least recently makes room for a new one (tablets rotate their private addresses).
     static constexpr std::size_t kMaximumDevices = 512;
     static constexpr std::size_t kMaximumGattObjects = 4096;
 
@@ -207,6 +215,9 @@ public:
     // D-Bus work under way (calls waiting for replies, results not yet handled). A test waits for
     // it to fall to zero before it lets virtual time pass.
     std::size_t pendingOperations() const;
+    // Devices followed now, and forgotten ones the transport may still hold.
+    std::size_t deviceCount() const { return devices_.size(); }
+    std::size_t forgottenCount() const { return forgotten_.size(); }
 
     // --- For the managers and peripherals (main queue) ---
     // Calls the method of the object on the bus thread; `done` then runs on the main queue with
@@ -240,6 +251,10 @@ private:
     void setState(std::int64_t state);
     std::vector<std::shared_ptr<BluezCentralManager>> liveManagers();
     bool underAdapter(const std::string& path) const;
+    // Drops the device and its GATT objects from the tables.
+    void forgetDevice(const std::string& path);
+    // Forgets the unlinked device heard from least recently; false when every one is linked.
+    bool makeRoomForDevice();
     std::size_t gattObjectCount() const;
 
     const Options options_;
@@ -252,6 +267,10 @@ private:
     bool discovering_ = false;
     std::map<std::string, BluezProperties> adapters_;
     std::map<std::string, std::shared_ptr<BluezPeripheral>> devices_;
+    // Known devices that were forgotten, by path, while something else holds them; at most
+    // kMaximumDevices, the oldest dropped first.
+    std::deque<std::pair<std::string, std::weak_ptr<BluezPeripheral>>> forgotten_;
+    std::uint64_t deviceUpdates_ = 0;
     std::map<std::string, std::shared_ptr<BluezService>> services_;
     std::map<std::string, std::shared_ptr<BluezCharacteristic>> characteristics_;
     std::map<std::string, std::shared_ptr<BluezDescriptor>> descriptors_;

@@ -1,5 +1,7 @@
 #include "transport/bluetooth/RNBluetoothDataQueue.hpp"
 
+#include "platform/Log.hpp"
+
 #include <algorithm>
 #include <vector>
 
@@ -25,10 +27,28 @@ void RNBluetoothDataQueue::setHasData(bool value) {
     }
 }
 
-void RNBluetoothDataQueue::pushData(ByteView data, const std::string& characteristicString,
+std::size_t RNBluetoothDataQueue::chargeOf(const Chunk& chunk) {
+    return chunk->data.size() + kChunkBookkeepingBytes;
+}
+
+bool RNBluetoothDataQueue::pushData(ByteView data, const std::string& characteristicString,
                                     RNBluetoothDataQueueData::CompletionBlock completionBlock) {
     if (characteristicString.empty()) {
-        return;
+        return true;
+    }
+    // Departure: the queue has a bound (see kMaximumQueuedBytes); the link's owner is told once.
+    const std::size_t chunks = data.size() / maxDataChunkSize() + 1;
+    if (overflowed_ ||
+        (queuedBytes_ > 0 && queuedBytes_ + data.size() + chunks * kChunkBookkeepingBytes > kMaximumQueuedBytes)) {
+        if (!overflowed_) {
+            overflowed_ = true;
+            logf("Bluetooth data queue: {} bytes wait to be sent — refusing more, the link does not drain",
+                 queuedBytes_);
+            if (overflowObserver_) {
+                overflowObserver_();
+            }
+        }
+        return false;
     }
     const bool lifo = isCharacteristicLIFO(characteristicString);
     const std::uint64_t chunkSize = maxDataChunkSize();
@@ -50,9 +70,11 @@ void RNBluetoothDataQueue::pushData(ByteView data, const std::string& characteri
             if (last) {
                 removeAllEntriesForCharacteristic(characteristicString);
                 queue_.push_back(chunk);
+                queuedBytes_ += chargeOf(chunk);
             }
         } else {
             queue_.push_back(chunk);
+            queuedBytes_ += chargeOf(chunk);
         }
         offset += length;
         if (last) {
@@ -63,10 +85,17 @@ void RNBluetoothDataQueue::pushData(ByteView data, const std::string& characteri
         chunk->numberOfTotalChunksInBatch = batch.size();
     }
     setHasData(true);
+    return true;
 }
 
 void RNBluetoothDataQueue::removeAllEntriesForCharacteristic(const std::string& characteristicString) {
-    std::erase_if(queue_, [&](const Chunk& chunk) { return chunk->characteristicString == characteristicString; });
+    std::erase_if(queue_, [&](const Chunk& chunk) {
+        if (chunk->characteristicString != characteristicString) {
+            return false;
+        }
+        forget(chunk);
+        return true;
+    });
 }
 
 bool RNBluetoothDataQueue::isCharacteristicLIFO(const std::string& characteristicString) const {
@@ -84,6 +113,7 @@ void RNBluetoothDataQueue::requeueData(ByteView data, const std::string& charact
     }
     handledQueue_.push_front(RNBluetoothDataQueueData::queuedDataWithData(Bytes(data.begin(), data.end()),
                                                                           characteristicString));
+    queuedBytes_ += chargeOf(handledQueue_.front());
     setHasData(true);
 }
 
@@ -102,6 +132,7 @@ RNBluetoothDataQueue::Chunk RNBluetoothDataQueue::popCharacterisedData() {
 
 void RNBluetoothDataQueue::verifySentData(const Chunk& chunk) {
     if (const auto found = std::find(handledQueue_.begin(), handledQueue_.end(), chunk); found != handledQueue_.end()) {
+        forget(chunk);
         handledQueue_.erase(found);
     }
     if (chunk && chunk->completionBlock) {

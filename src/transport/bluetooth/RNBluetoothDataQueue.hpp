@@ -36,6 +36,15 @@ public:
     using Chunk = std::shared_ptr<RNBluetoothDataQueueData>;
     // Told of every assignment of hasData, with the value before and after.
     using HasDataObserver = std::function<void(bool oldValue, bool newValue)>;
+    // Told once, when a push is refused for the bound: the link should end.
+    using OverflowObserver = std::function<void()>;
+
+    // What may wait, unsent or unconfirmed, in bytes (each chunk charged kChunkBookkeepingBytes
+    // beside its data). A push that would pass it is refused with one log line, and so is every
+    // push after it: a link that does not drain cannot grow our memory. A push into an empty
+    // queue always goes.
+    static constexpr std::size_t kMaximumQueuedBytes = std::size_t{1} << 20;
+    static constexpr std::size_t kChunkBookkeepingBytes = 128;
 
     static constexpr std::uint64_t kMinimumChunkSize = 20;
     // The priority that makes a characteristic last in, first out.
@@ -44,6 +53,8 @@ public:
     // Something waits or is unconfirmed.
     bool hasData() const { return hasData_; }
     void observeHasData(HasDataObserver observer) { hasDataObserver_ = std::move(observer); }
+    void observeOverflow(OverflowObserver observer) { overflowObserver_ = std::move(observer); }
+    std::size_t queuedBytes() const { return queuedBytes_; }
 
     // The larger of the stored size and 20: a link can widen chunks, never narrow them.
     std::uint64_t maxDataChunkSize() const;
@@ -51,8 +62,8 @@ public:
 
     // Cuts the data into chunks and queues them (on a last-in, first-out characteristic only the
     // last chunk, replacing what waited there). Empty data makes one empty chunk; an empty
-    // characteristic text does nothing.
-    void pushData(ByteView data, const std::string& characteristicString,
+    // characteristic text does nothing. False when the push was refused for the bound.
+    bool pushData(ByteView data, const std::string& characteristicString,
                   RNBluetoothDataQueueData::CompletionBlock completionBlock = {});
     // Drops the waiting chunks of the characteristic; handed-out chunks stay.
     void removeAllEntriesForCharacteristic(const std::string& characteristicString);
@@ -76,6 +87,8 @@ public:
 
 private:
     void setHasData(bool value);
+    static std::size_t chargeOf(const Chunk& chunk);
+    void forget(const Chunk& chunk) { queuedBytes_ -= chargeOf(chunk); }
 
     bool hasData_ = false;
     HasDataObserver hasDataObserver_;
@@ -83,6 +96,9 @@ private:
     std::uint64_t maxDataChunkSize_ = kMinimumChunkSize;
     std::deque<Chunk> queue_;
     std::deque<Chunk> handledQueue_;
+    std::size_t queuedBytes_ = 0;  // of the chunks in both queues
+    bool overflowed_ = false;
+    OverflowObserver overflowObserver_;
 };
 
 }  // namespace havrel

@@ -5,6 +5,7 @@
 #include "model/HVDictionaryReading.hpp"
 #include "platform/HostPrompts.hpp"
 #include "platform/Log.hpp"
+#include "platform/MainQueue.hpp"
 #include "transport/bluetooth/RNBluetoothPlatform.hpp"
 #include "transport/bluetooth/RNCentralBluetoothManager.hpp"
 
@@ -25,6 +26,19 @@ std::shared_ptr<RNCentralBluetoothConnection> RNCentralBluetoothConnection::blue
                 self->startSendingData();
             }
         }
+    });
+    // A link whose queue passes its bound ends as if the client had asked, in a turn of its own:
+    // the push that overflowed is still under way.
+    connection->dataQueue_.observeOverflow([weak] {
+        MainQueue::shared().post([weak] {
+            auto self = weak.lock();
+            if (!self) {
+                return;
+            }
+            if (auto target = self->delegate.lock()) {
+                target->RNCentralBluetoothConnectionDidReceiveDisconnectRequest(*self);
+            }
+        });
     });
     return connection;
 }

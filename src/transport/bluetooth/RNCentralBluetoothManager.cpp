@@ -147,6 +147,11 @@ void RNCentralBluetoothManager::centralManagerDidDiscoverPeripheral(
     }
     peripheral->delegate = weak_from_this();
     if (!hvDiscoveredPeripherals_.contains(identifier)) {
+        // Departure: the list of discoveries has a bound (kMaximumDiscoveries).
+        if (hvDiscoveryOrder_.size() >= kMaximumDiscoveries) {
+            hvDiscoveredPeripherals_.erase(hvDiscoveryOrder_.front());
+            hvDiscoveryOrder_.erase(hvDiscoveryOrder_.begin());
+        }
         hvDiscoveryOrder_.push_back(identifier);
     }
     hvDiscoveredPeripherals_[identifier] = peripheral;

@@ -41,6 +41,9 @@ public:
     // The in and realtime subscriptions follow the one to out after these delays.
     static constexpr std::chrono::seconds kInSubscriptionDelay{2};
     static constexpr std::chrono::seconds kRealtimeSubscriptionDelay{4};
+    // Discoveries kept at most; a new one past it replaces the oldest (devices that rotate
+    // their private addresses are new devices each time).
+    static constexpr std::size_t kMaximumDiscoveries = 64;
 
     // Makes the shared instance over the shared Bluetooth platform, replacing any earlier one.
     static std::shared_ptr<RNCentralBluetoothManager> instantiateWithProductToSendOut(

@@ -290,6 +290,9 @@ void RNUSBServerConnectionManager::scanForClients() {
     }
 }
 
+// Departure: the ping timer is re-armed at each ping, not when a ping's write completes, and a
+// ping not written within kPingDeadline closes its channel, so a peer that stops reading is
+// noticed. A channel gets no new ping while its last one waits.
 void RNUSBServerConnectionManager::ping() {
     if (pingTimer_) {
         if (pingTimer_->isValid()) {
@@ -300,22 +303,31 @@ void RNUSBServerConnectionManager::ping() {
     if (stopped_) {
         return;
     }
-    if (connectedChannels.empty()) {
-        queuePingTimer();
-        return;
-    }
+    std::erase_if(unwrittenPings_, [](const auto& entry) { return entry.first.expired(); });
+    const auto now = MainQueue::shared().now();
     const auto channels = connectedChannels;
     for (const auto& channel : channels) {
-        pingChannel(channel);
+        const auto waiting = unwrittenPings_.find(channel);
+        if (waiting == unwrittenPings_.end()) {
+            pingChannel(channel);
+        } else if (now - waiting->second >= kPingDeadline) {
+            unwrittenPings_.erase(waiting);
+            logf("ioFrameChannel {}: a ping waits unwritten for {} s — closing channel", channel->description(),
+                 kPingDeadline.count());
+            channel->close();
+        }
     }
+    queuePingTimer();
 }
 
 void RNUSBServerConnectionManager::pingChannel(const std::shared_ptr<TNChannel>& channel) {
+    unwrittenPings_[channel] = MainQueue::shared().now();
     auto weak = weakSelf();
+    std::weak_ptr<TNChannel> pinged = channel;
     channel->sendFrameOfType(TNFrameTypePing, channel->protocol()->newTag(), nullptr,
-                             [weak](const TNOptionalError&) {
+                             [weak, pinged](const TNOptionalError&) {
                                  if (auto self = weak.lock()) {
-                                     self->queuePingTimer();
+                                     self->unwrittenPings_.erase(pinged);
                                  }
                              });
 }

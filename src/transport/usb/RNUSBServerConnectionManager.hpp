@@ -2,16 +2,20 @@
 // Keeps one frame channel open to every attached client device and to a client on the local
 // IPv4 path, and hands the frames that arrive to its delegate. Attached devices come from the
 // USB multiplexer hub's notifications; a device whose app is not listening yet is tried every
-// 5.0 seconds, the local path every 2.0 seconds, and every channel is pinged once a second.
+// 5.0 seconds, the local path every 2.0 seconds, and every channel is pinged once a second. A
+// channel whose ping is not written within kPingDeadline is closed: its peer stopped reading.
 // Everything but the start of a connect runs on the main queue.
 
+#include "platform/Clock.hpp"
 #include "platform/NotificationCenter.hpp"
 #include "platform/SerialQueue.hpp"
 #include "platform/Timer.hpp"
 #include "transport/usb/RNUSBConnectionManager.hpp"
 #include "transport/usb/TNFrameType.hpp"
 
+#include <chrono>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -46,6 +50,9 @@ public:
 
 class RNUSBServerConnectionManager final : public RNUSBConnectionManager {
 public:
+    // How long a ping may wait to be written before its channel is closed.
+    static constexpr std::chrono::seconds kPingDeadline{5};
+
     struct Options {
         // The port of the local IPv4 path on 127.0.0.1; the USB tunnel port stays 4699.
         std::uint16_t localPort = RNUSBClientPort;
@@ -121,6 +128,8 @@ private:
     std::shared_ptr<TNUSBDeviceConnector> hub_;
     std::shared_ptr<Timer> scannerTimer_;
     std::shared_ptr<Timer> pingTimer_;
+    // When each channel's ping that is not written yet was sent.
+    std::map<std::weak_ptr<TNChannel>, Clock::TimePoint, std::owner_less<>> unwrittenPings_;
     bool stopped_ = false;
 };
 

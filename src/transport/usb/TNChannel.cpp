@@ -439,6 +439,21 @@ void TNChannel::discardPayload(const std::shared_ptr<TNStreamChannel>& stream, s
 void TNChannel::sendFrameOfType(std::uint32_t type, std::uint32_t tag, std::shared_ptr<const Bytes> payload,
                                 ErrorCallback callback) {
     if ((connState_ == kConnStateConnecting || connState_ == kConnStateConnected) && stream_) {
+        // Departure: the write queue has a bound. A peer that stops reading (a suspended app, a
+        // stalled tunnel) is closed rather than kept in memory.
+        const std::size_t queued = stream_->queuedWriteBytes();
+        const std::size_t frame = kTNFrameHeaderSize + (payload ? payload->size() : 0) +
+                                  TNStreamChannel::kWriteBookkeepingBytes;
+        if (queued > 0 && queued + frame > kTNChannelMaximumQueuedWriteBytes) {
+            logf("TNChannel {}: the peer is not reading, {} bytes wait to be sent — closing channel", description(),
+                 queued);
+            endError_ = TNError::posix(ENOBUFS);
+            close();
+            if (callback) {
+                callback(TNError::posix(ENOBUFS));
+            }
+            return;
+        }
         protocol_->sendFrameOfType(type, tag, std::move(payload), stream_, std::move(callback));
         return;
     }

@@ -32,6 +32,10 @@ namespace havrel {
 
 class TNChannel;
 
+// What may wait to be written on one channel (TNStreamChannel::queuedWriteBytes): a send that
+// would pass it closes the channel, so a peer that stops reading cannot grow our memory.
+inline constexpr std::size_t kTNChannelMaximumQueuedWriteBytes = std::size_t{1} << 20;
+
 class TNChannelDelegate {
 public:
     virtual ~TNChannelDelegate() = default;
@@ -88,7 +92,10 @@ public:
     std::uint16_t localPort() const;
 
     // payload nullptr: none; the callback may be empty. Outside states connecting and
-    // connected (or without a stream yet) the callback gets POSIX error 1.
+    // connected (or without a stream yet) the callback gets POSIX error 1. A frame that would
+    // take the writes waiting past kTNChannelMaximumQueuedWriteBytes closes the channel with a
+    // log line instead, and the callback gets POSIX error ENOBUFS; a frame on an empty queue
+    // always goes, whatever its size.
     void sendFrameOfType(std::uint32_t type, std::uint32_t tag, std::shared_ptr<const Bytes> payload,
                          ErrorCallback callback);
 

@@ -99,7 +99,12 @@ void TNStreamChannel::write(TNDispatchData buffers, WriteHandler handler) {
         });
         return;
     }
-    writes_.push_back(PendingWrite{std::move(buffers), std::move(handler)});
+    std::size_t charge = kWriteBookkeepingBytes;
+    for (const auto& buffer : buffers) {
+        charge += buffer ? buffer->size() : 0;
+    }
+    queuedWriteBytes_ += charge;
+    writes_.push_back(PendingWrite{std::move(buffers), std::move(handler), charge});
     advance();
 }
 
@@ -202,8 +207,7 @@ void TNStreamChannel::startWrite() {
         return;
     }
     while (stopping_ && !writes_.empty()) {
-        auto handler = std::move(writes_.front().handler);
-        writes_.pop_front();
+        auto handler = popWrite();
         postRefusal([handler = std::move(handler)] {
             if (handler) {
                 handler(true, ECANCELED);
@@ -212,8 +216,7 @@ void TNStreamChannel::startWrite() {
     }
     // A socket that failed a write fails every later one: nothing more gets through.
     while (writeError_ != 0 && !writes_.empty()) {
-        auto handler = std::move(writes_.front().handler);
-        writes_.pop_front();
+        auto handler = popWrite();
         postRefusal([handler = std::move(handler), errorNumber = writeError_] {
             if (handler) {
                 handler(true, errorNumber);
@@ -238,8 +241,7 @@ void TNStreamChannel::startWrite() {
 
 void TNStreamChannel::onWrite(const std::error_code& error) {
     writeInFlight_ = false;
-    auto handler = std::move(writes_.front().handler);
-    writes_.pop_front();
+    auto handler = popWrite();
     const int errorNumber = errorNumberOf(error);
     if (errorNumber != ECANCELED) {
         writeError_ = errorNumber;
@@ -250,6 +252,13 @@ void TNStreamChannel::onWrite(const std::error_code& error) {
     }
     reporting_ = false;
     advance();
+}
+
+TNStreamChannel::WriteHandler TNStreamChannel::popWrite() {
+    auto handler = std::move(writes_.front().handler);
+    queuedWriteBytes_ -= writes_.front().charge;
+    writes_.pop_front();
+    return handler;
 }
 
 void TNStreamChannel::finishIfDone() {

@@ -63,6 +63,10 @@ public:
     void close(bool stopOutstanding);
 
     bool isClosed() const { return closed_; }
+    // Bytes of the writes issued and not yet reported done, each charged with
+    // kWriteBookkeepingBytes for what holds it: what a peer that stops reading makes us keep.
+    std::size_t queuedWriteBytes() const { return queuedWriteBytes_; }
+    static constexpr std::size_t kWriteBookkeepingBytes = 256;
     // The socket's descriptor while it is open, else -1.
     int nativeHandle();
 
@@ -77,6 +81,7 @@ private:
     struct PendingWrite {
         TNDispatchData buffers;
         WriteHandler handler;
+        std::size_t charge = 0;  // counted in queuedWriteBytes_
     };
 
     void startRead();
@@ -88,6 +93,8 @@ private:
     // Starts what is queued, or finishes the stream, once no report is running.
     void advance();
     void finishIfDone();
+    // Removes the first pending write from the queue and the count; returns its handler.
+    WriteHandler popWrite();
 
     Socket socket_;
     CleanupHandler cleanup_;
@@ -95,6 +102,7 @@ private:
     std::deque<PendingWrite> writes_;
     Bytes readBuffer_;
     std::size_t postedRefusals_ = 0;
+    std::size_t queuedWriteBytes_ = 0;
     std::optional<int> readEnd_;  // how the stream's reading ended: 0 end of stream, else errno
     int writeError_ = 0;          // errno of the write that failed
     bool readInFlight_ = false;

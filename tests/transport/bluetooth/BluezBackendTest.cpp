@@ -9,7 +9,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <functional>
 #include <thread>
 
@@ -350,6 +352,43 @@ TEST_F(BluezBackendTest, LinksEndWithTheDeviceWithBlueZAndWithTheBus) {
     manager_->connectPeripheral(peripheral, true, true);
     MainQueue::shared().poll();
     EXPECT_EQ(peripheral->state(), CBPeripheralStateDisconnected);
+}
+
+TEST_F(BluezBackendTest, TenThousandRotatingAddressesLeaveTheTablesBoundedAndANewDeviceIsStillFound) {
+    bluez_->addAdapter("hci0", true);
+    start();
+    const std::size_t pad = bluez_->addDevice({});
+    manager_->scanForPeripheralsWithServices(std::vector<std::string>{kHavrelServiceUUID}, false);
+    // BlueZ keeps the last thousand addresses, more than the backend follows.
+    std::string address;
+    for (int i = 0; i < 10000; ++i) {
+        char text[18];
+        std::snprintf(text, sizeof text, "4A:00:00:00:%02X:%02X", i >> 8, i & 0xFF);
+        address = text;
+        bluez_->rotateAddress(pad, address, 1000);
+        if (i % 100 == 0) {
+            MainQueue::shared().poll();
+            delegate_->sightings.clear();
+        }
+    }
+    const auto sighted = [&](const std::string& wanted) {
+        return waitFor([&] {
+            return std::any_of(delegate_->sightings.begin(), delegate_->sightings.end(),
+                               [&](const auto& sighting) { return sighting.first->identifier() == wanted; });
+        });
+    };
+    ASSERT_TRUE(sighted(address));
+    EXPECT_EQ(platform_->deviceCount(), BluezBluetoothPlatform::kMaximumDevices);
+    EXPECT_LE(platform_->forgottenCount(), BluezBluetoothPlatform::kMaximumDevices);
+
+    BluezStandIn::Device another;
+    another.address = "C0:FF:EE:00:00:99";
+    bluez_->addDevice(another);
+    EXPECT_TRUE(sighted(another.address));
+    // BlueZ drops the old addresses: the backend forgets them.
+    bluez_->rotateAddress(pad, "4A:00:00:00:FF:FF", 0);
+    ASSERT_TRUE(sighted("4A:00:00:00:FF:FF"));
+    EXPECT_TRUE(waitFor([&] { return platform_->deviceCount() == 2; })) << platform_->deviceCount();
 }
 
 }  // namespace

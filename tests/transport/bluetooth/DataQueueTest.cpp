@@ -122,5 +122,32 @@ TEST(DataQueueTest, HasDataFollowsWaitingAndUnconfirmedChunksAndRequeuedDataGoes
     EXPECT_EQ(changes, (std::vector<std::pair<bool, bool>>{{false, true}, {true, true}, {true, true}, {true, false}}));
 }
 
+TEST(DataQueueTest, ALinkThatDoesNotDrainIsRefusedPastTheBoundAndItsOwnerToldOnce) {
+    RNBluetoothDataQueue queue;
+    int overflows = 0;
+    queue.observeOverflow([&] { ++overflows; });
+    // A push into an empty queue goes whatever its size; confirmed, it leaves nothing counted.
+    EXPECT_TRUE(queue.pushData(counting(RNBluetoothDataQueue::kMaximumQueuedBytes), "A"));
+    while (auto chunk = queue.popCharacterisedData()) {
+        queue.verifySentData(chunk);
+    }
+    EXPECT_EQ(queue.queuedBytes(), 0u);
+    // A last-in, first-out characteristic replaces what waited: it never reaches the bound.
+    queue.setQueuePriority(RNBluetoothDataQueue::kLIFOPriority, "L");
+    for (int i = 0; i < 100000; ++i) {
+        ASSERT_TRUE(queue.pushData(counting(8), "L"));
+    }
+    EXPECT_EQ(queue.queue().size(), 1u);
+    // Values nobody sends stop at the bound, and the queue refuses from then on.
+    std::size_t accepted = 0;
+    while (queue.pushData(counting(8), "A")) {
+        ++accepted;
+    }
+    EXPECT_LE(queue.queuedBytes(), RNBluetoothDataQueue::kMaximumQueuedBytes);
+    EXPECT_GT(accepted, 1000u);
+    EXPECT_FALSE(queue.pushData(counting(8), "A"));
+    EXPECT_EQ(overflows, 1);
+}
+
 }  // namespace
 }  // namespace havrel

@@ -366,6 +366,16 @@ TEST_F(ManagerTest, WithoutAutoConnectSightingsFillTheListInOrderAndTheHostPicks
     EXPECT_EQ(capture.count("Central manager state: Bluetooth is currently powered off."), 1u);
     manager->scan();
     EXPECT_FALSE(manager->isScanning());
+
+    // Devices that rotate their addresses are new sightings each time: the list keeps the newest.
+    std::shared_ptr<SimulatedPeripheral> newest;
+    for (std::size_t i = 0; i <= RNCentralBluetoothManager::kMaximumDiscoveries; ++i) {
+        newest = radio->addPeripheral();
+        manager->centralManagerDidDiscoverPeripheral(newest, Dictionary::object(), -70);
+    }
+    devices = manager->hvDiscoveredDevices();
+    EXPECT_EQ(devices.size(), RNCentralBluetoothManager::kMaximumDiscoveries);
+    EXPECT_EQ(devices.back().identifier, newest->hvIdentifier());
 }
 
 }  // namespace

@@ -12,10 +12,14 @@
 #include "transport/usb/HVCentralUSBManager.hpp"
 #include "transport/usb/TNUSBHub.hpp"
 
+#include <asio/io_context.hpp>
 #include <gtest/gtest.h>
+
+#include <netinet/tcp.h>
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -324,6 +328,73 @@ TEST(HVCentralUSBManagerTest, AnswersTheFirstFrameWithTheCentralsIdentityAndSend
 
     usb->connectionManager()->stop();
     device->stop();
+    usb.reset();
+    MainQueue::shared().runFor(std::chrono::milliseconds(5));
+}
+
+// A client that takes the connection and never reads, as a suspended app does. Its receive
+// buffer and segments are small, so the sender's kernel takes little of what it leaves unread.
+struct SilentPeer {
+    SilentPeer() {
+        listener.open(asio::ip::tcp::v4());
+        listener.set_option(asio::socket_base::receive_buffer_size(4096));
+        listener.set_option(asio::detail::socket_option::integer<IPPROTO_TCP, TCP_MAXSEG>(536));
+        listener.bind({asio::ip::address_v4::loopback(), 0});
+        listener.listen();
+    }
+    std::uint16_t port() const { return listener.local_endpoint().port(); }
+    void accept() { accepted.push_back(listener.accept()); }
+
+    asio::io_context io;
+    asio::ip::tcp::acceptor listener{io};
+    std::vector<asio::ip::tcp::socket> accepted;
+};
+
+std::size_t residentBytes() {
+    std::ifstream status("/proc/self/status");
+    std::string line;
+    while (std::getline(status, line)) {
+        if (line.starts_with("VmRSS:")) return std::stoul(line.substr(6)) * 1024;
+    }
+    return 0;
+}
+
+TEST(HVCentralUSBManagerTest, APeerThatStopsReadingIsClosedAtTheQueueBoundOrAtThePingDeadline) {
+    ManualClockScope clock;
+    ScopedLogCapture capture;
+    SilentPeer peer;
+    HVCentralUSBManager::Options options;
+    options.localPort = peer.port();
+    options.useUSBHub = false;
+    auto usb = HVCentralUSBManager::initWithProudctToSendOut("Havrel", "1.0", options);
+    auto& channels = usb->connectionManager()->connectedChannels;
+    ASSERT_TRUE(runMainQueueUntil([&] { return !channels.empty(); }));
+    peer.accept();
+
+    // Tempo and position flow faster than anyone reads: the channel closes at the bound, once,
+    // and what it kept stays within a few MiB.
+    const std::size_t before = residentBytes();
+    auto channel = channels.front();
+    const auto eightBytes = std::make_shared<const Bytes>(8);
+    for (int i = 0; i < 100000 && channel->isConnected(); ++i) {
+        channel->sendFrameOfType(TNFrameTypeTempo + i % 2, 0, eightBytes, nullptr);
+    }
+    EXPECT_FALSE(channel->isConnected());
+    EXPECT_LT(residentBytes(), before + 4 * kTNChannelMaximumQueuedWriteBytes);
+    ASSERT_TRUE(runMainQueueUntil([&] { return channels.empty(); }));
+    EXPECT_EQ(capture.count("the peer is not reading"), 1u);
+
+    // Next time one frame below the bound fills what the kernel takes: the pings wait behind it
+    // and the deadline closes the channel.
+    ASSERT_TRUE(runMainQueueUntil([&] { return !channels.empty(); }));
+    peer.accept();
+    channels.front()->sendFrameOfType(TNFrameTypeConfigurationDataFromCentral, 0,
+                                      std::make_shared<const Bytes>(kTNChannelMaximumQueuedWriteBytes / 2), nullptr);
+    ASSERT_TRUE(runMainQueueUntil([&] { return channels.empty(); }));
+    EXPECT_EQ(capture.count("a ping waits unwritten for 5 s — closing channel"), 1u);
+    EXPECT_EQ(capture.count("the peer is not reading"), 1u);
+
+    usb->connectionManager()->stop();
     usb.reset();
     MainQueue::shared().runFor(std::chrono::milliseconds(5));
 }

@@ -162,6 +162,7 @@ function applyState(state) {
   renderClients(state.clients);
   $("rate").textContent = state.throughput.rate;
   $("last").textContent = state.throughput.last || "—";
+  $("received-dropped").textContent = state.throughput.receivedDropped || 0;
   history = state.throughput.history.concat([state.throughput.rate]).slice(-60);
   drawPlot();
   renderOutputs(state.outputs, state.control);

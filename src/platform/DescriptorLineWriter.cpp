@@ -1,0 +1,104 @@
+#include "platform/DescriptorLineWriter.hpp"
+
+#include "platform/Log.hpp"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <utility>
+
+namespace havrel {
+
+DescriptorLineWriter::DescriptorLineWriter(int fileDescriptor, std::string name, std::size_t capacity)
+    : fd_(fileDescriptor), name_(std::move(name)), capacity_(capacity), thread_([this] { run(); }) {}
+
+DescriptorLineWriter::~DescriptorLineWriter() {
+    {
+        std::lock_guard lock(mutex_);
+        stopping_ = true;
+    }
+    wake_.notify_one();
+    thread_.join();
+}
+
+void DescriptorLineWriter::write(std::string_view line) {
+    {
+        std::lock_guard lock(mutex_);
+        if (pending_.size() >= capacity_) {
+            ++dropped_;
+            return;
+        }
+        std::string text;
+        text.reserve(line.size() + 1);
+        text.append(line);
+        text.push_back('\n');
+        pending_.push_back(std::move(text));
+    }
+    wake_.notify_one();
+}
+
+std::uint64_t DescriptorLineWriter::droppedCount() const {
+    std::lock_guard lock(mutex_);
+    return dropped_;
+}
+
+std::size_t DescriptorLineWriter::waitingCount() const {
+    std::lock_guard lock(mutex_);
+    return pending_.size();
+}
+
+void DescriptorLineWriter::dropped(std::uint64_t count) {
+    std::lock_guard lock(mutex_);
+    dropped_ += count;
+}
+
+void DescriptorLineWriter::run() {
+    std::unique_lock lock(mutex_);
+    for (;;) {
+        wake_.wait(lock, [this] { return stopping_ || !pending_.empty(); });
+        if (pending_.empty()) {
+            return;  // stopping, and everything is out
+        }
+        std::string text = std::move(pending_.front());
+        pending_.pop_front();
+        const bool last = stopping_;
+        lock.unlock();
+        // While stalled, and at the end, a line goes only if the descriptor takes it at once.
+        const auto timeout = stalled_ || last ? std::chrono::milliseconds(0) : kStallTimeout;
+        if (writeAll(text, timeout)) {
+            stalled_ = false;
+        } else {
+            dropped(1);
+            if (!stalled_) {
+                stalled_ = true;
+                logf("{}: the output is not being read; dropping lines until it is", name_);
+            }
+        }
+        lock.lock();
+    }
+}
+
+bool DescriptorLineWriter::writeAll(std::string_view text, std::chrono::milliseconds timeout) {
+    while (!text.empty()) {
+        pollfd ready{fd_, POLLOUT, 0};
+        const int polled = ::poll(&ready, 1, static_cast<int>(timeout.count()));
+        if (polled < 0 && errno == EINTR) {
+            continue;
+        }
+        if (polled <= 0 || (ready.revents & (POLLERR | POLLHUP | POLLNVAL)) != 0) {
+            return false;
+        }
+        const ssize_t written = ::write(fd_, text.data(), text.size());
+        if (written < 0) {
+            if (errno == EINTR || errno == EAGAIN) {
+                continue;
+            }
+            return false;
+        }
+        text.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return true;
+}
+
+}  // namespace havrel
