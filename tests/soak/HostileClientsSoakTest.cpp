@@ -120,7 +120,9 @@ TEST(HostileClientsSoak, TheCentralKeepsServingAndItsMemoryStaysFlat) {
     ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size);
     const auto port = std::to_string(ntohs(address.sin_port));
 
-    Process central(HAVREL_CENTRAL_PROGRAM,
+    // HAVREL_CENTRAL names another build of the program, one a rebuild cannot replace mid-run.
+    const char* program = std::getenv("HAVREL_CENTRAL");
+    Process central(program ? program : HAVREL_CENTRAL_PROGRAM,
                     {"--midi-backend", "loopback", "--no-usbmux", "--no-bluetooth", "--local-port", port,
                      "--status-port", "0", "--config-dir", (folder / "config").string(), "--receive-folder",
                      (folder / "received").string()},
