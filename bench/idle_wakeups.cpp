@@ -4,10 +4,9 @@
 // simulated client plays a glide and leaves, and the same is read over a second window.
 //
 // Run: build/default/bench/bench_idle_wakeups [--seconds N]     (the window; default 10)
-#include <fcntl.h>
+#include "../tests/system/Process.hpp"
+
 #include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,34 +16,13 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
-extern char** environ;
-
 namespace {
-
-pid_t spawn(std::vector<std::string> words, const std::string& output) {
-    std::vector<char*> argv;
-    for (auto& word : words) {
-        argv.push_back(word.data());
-    }
-    argv.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, (output + ".err").c_str(),
-                                     O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    pid_t pid = -1;
-    if (posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ) != 0) {
-        pid = -1;
-    }
-    posix_spawn_file_actions_destroy(&actions);
-    return pid;
-}
 
 // Context switches of every thread of the process so far.
 long long contextSwitches(pid_t pid) {
@@ -98,27 +76,29 @@ int main(int argc, char** argv) {
     const std::string absent = "UNIX:" + (folder / "usbmuxd").string();
     ::setenv("USBMUXD_SOCKET_ADDRESS", absent.c_str(), 1);
     const std::string port = "46991";
-    const pid_t central = spawn({HAVREL_CENTRAL_PROGRAM, "--midi-backend", "loopback", "--no-bluetooth",
-                                 "--local-port", port, "--config-dir", (folder / "config").string()},
-                                (folder / "central.out").string());
-    if (central < 0) {
+    using havrel::testing::Process;
+    auto central = std::make_unique<Process>(
+        HAVREL_CENTRAL_PROGRAM,
+        std::vector<std::string>{"--midi-backend", "loopback", "--no-bluetooth", "--local-port", port, "--config-dir",
+                                 (folder / "config").string()},
+        folder, "central");
+    if (!central->started()) {
         std::cerr << "cannot start havrel-central\n";
         return 1;
     }
     std::this_thread::sleep_for(std::chrono::seconds(2));  // past its start-up
-    measure("no client", central, seconds);
+    measure("no client", central->pid(), seconds);
 
-    const pid_t client = spawn({HAVREL_CLIENT_SIM_PROGRAM, "--port", port, "--do", "tap pad 0.5; wait 0.5"},
-                               (folder / "sim.out").string());
-    int status = 0;
-    if (client < 0 || ::waitpid(client, &status, 0) != client || !WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+    Process client(HAVREL_CLIENT_SIM_PROGRAM, {"--port", port, "--do", "tap pad 0.5; wait 0.5"}, folder, "sim");
+    if (client.wait(std::chrono::seconds(30)) != 0) {
         std::cerr << "the client did not play its glide\n";
     }
     std::this_thread::sleep_for(std::chrono::seconds(2));
-    measure("after a glide, client gone", central, seconds);
+    measure("after a glide, client gone", central->pid(), seconds);
 
-    ::kill(central, SIGTERM);
-    ::waitpid(central, &status, 0);
+    central->signal(SIGTERM);
+    central->wait(std::chrono::seconds(10));
+    central.reset();
     std::filesystem::remove_all(folder);
     return 0;
 }
