@@ -22,6 +22,7 @@
 #include "platform/MIDILibraryServices.hpp"
 #include "platform/MainQueue.hpp"
 #include "platform/Timer.hpp"
+#include "sequencing/HVSequence.hpp"
 #include "transport/bluetooth/RNCentralBluetoothManager.hpp"
 #include "transport/usb/HVCentralUSBManager.hpp"
 #include "backends/bluetooth_bluez/BluezBluetoothPlatform.hpp"
@@ -249,6 +250,9 @@ int main(int argc, char** argv) {
         midi->midiManager()->removeAll();
     }
     mainQueue.poll();
+    const auto sequences = HVSequenceManager::sharedInstance();
+    logf("havrel-central: playback timer started {} times, fired {} times", sequences->timerStarts(),
+         sequences->timerFires());
     log("havrel-central: stopped");
     setLogSink(nullptr);  // the buffered lines are written before the writer ends
     return 0;

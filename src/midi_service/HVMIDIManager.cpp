@@ -167,8 +167,13 @@ MIDIIO::MIDIManager& HVMIDIManager::requireManager() const {
 
 void HVMIDIManager::createLibraryManager() {
     installMIDILibraryServices();
+    std::weak_ptr<HVMIDIManager> weakSelf = weak_from_this();
     midiManager_ = MIDIIO::MIDIManager::create(MIDIIO::MIDIPlatform::shared(), configuration_->productToSendOut,
-                                               "Havrel", "HavrelApps");
+                                               "Havrel", "HavrelApps", [weakSelf](const MIDIIO::MIDIIONotification&) {
+                                                   if (auto self = weakSelf.lock()) {
+                                                       self->graphChanges_.fetch_add(1);
+                                                   }
+                                               });
 }
 
 void HVMIDIManager::createClockParser() {
@@ -362,6 +367,7 @@ void HVMIDIManager::setInputConnectionToVirtual() {
         if (endpoint.name == name) {
             std::lock_guard lock(stateMutex_);
             midiInputConnection_ = endpoint;
+            graphChanges_.fetch_add(1);
             return;
         }
     }
@@ -387,7 +393,14 @@ void HVMIDIManager::updateInputConnection() {
     }
 }
 
+// The text walks the whole MIDI graph every second; here the walk waits for a change the MIDI
+// service announced (the ALSA sequencer's announce port, the loopback server's notifications),
+// so an idle program's timer costs a comparison.
 void HVMIDIManager::refreshConnections() {
+    const auto changes = graphChanges_.load();
+    if (changes == std::exchange(refreshedAtChange_, changes)) {
+        return;
+    }
     updateInputConnection();
     refreshHardwareOutputs();
     auto& manager = requireManager();
@@ -463,6 +476,7 @@ std::vector<MIDIIO::MIDIInputEndpoint> HVMIDIManager::hardwareDestinations() con
 }
 
 void HVMIDIManager::setHardwareDestinationEnabled(const std::string& name, bool enabled) {
+    graphChanges_.fetch_add(1);
     std::lock_guard lock(stateMutex_);
     if (enabled) {
         disabledHardwareDestinations_.erase(name);
@@ -513,6 +527,10 @@ void HVMIDIManager::refreshHardwareOutputs() {
 }
 
 void HVMIDIManager::scanNetworkSessions() {
+    const auto changes = graphChanges_.load();
+    if (changes == std::exchange(scannedAtChange_, changes)) {
+        return;
+    }
     auto& manager = requireManager();
     std::vector<MIDIIO::MIDIEntity> sessions;
     for (const auto& device : manager.devices().devices) {

@@ -91,7 +91,8 @@ public:
     // Finds this application's own output endpoint among the sources.
     void setInputConnectionToVirtual();
     void updateInputConnection();
-    // One tick of each repeating timer.
+    // One tick of each repeating timer. Each does nothing unless the MIDI service announced a
+    // change of its objects, or a setting here moved, since its last run.
     void refreshConnections();
     void scanNetworkSessions();
     // Invalidates both timers (host shutdown, tests). Nothing else changes.
@@ -209,6 +210,11 @@ private:
     std::set<std::string> refreshedInputTags_;
     void removeConnectionsOfVanishedEndpoints(const std::set<std::string>& sourceNames,
                                               const std::set<std::string>& destinationNames);
+    // Changes announced by the MIDI service or made here, counted; and the count each timer
+    // last acted on (main queue).
+    std::atomic<std::uint64_t> graphChanges_{1};
+    std::uint64_t refreshedAtChange_ = 0;
+    std::uint64_t scannedAtChange_ = 0;
 };
 
 }  // namespace havrel

@@ -134,6 +134,11 @@ void HVClock::pause() {
     cancelTimerLocked();
 }
 
+bool HVClock::isCurrentTimer(std::uint64_t generation) const {
+    std::lock_guard lock(mutex_);
+    return timerActive_ && generation == generation_;
+}
+
 void HVClock::cancelTimerLocked() {
     timerActive_ = false;
     ++generation_;
@@ -165,12 +170,15 @@ void HVClock::schedule(std::uint64_t generation, std::uint64_t k) {
     }
     // A thread's wake-up comes tens of microseconds after the time asked for, so the queue wakes
     // this much early and the last stretch to the deadline is waited out on the thread.
+    // The spin is only for a timer still running: one paused or re-timed meanwhile returns at once.
     queue->postAt(deadline - kWakeAhead, [weak, generation, k, clock, deadline] {
+        auto self = weak.lock();
+        if (!self || !self->isCurrentTimer(generation)) {
+            return;
+        }
         while (clock->now() < deadline) {
         }
-        if (auto self = weak.lock()) {
-            self->fire(generation, k);
-        }
+        self->fire(generation, k);
     });
 }
 

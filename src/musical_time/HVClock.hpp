@@ -84,6 +84,7 @@ private:
     void fire(std::uint64_t generation, std::uint64_t k);
     void schedule(std::uint64_t generation, std::uint64_t k);
     void cancelTimerLocked();
+    bool isCurrentTimer(std::uint64_t generation) const;
     void postTick(std::uint64_t value);
     void setRunning(bool running);
     static SharedSlot<HVClock>& sharedSlot();

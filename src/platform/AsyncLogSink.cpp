@@ -8,8 +8,8 @@
 
 namespace havrel {
 
-AsyncLogSink::AsyncLogSink(std::shared_ptr<LogSink> next, std::size_t capacity, std::chrono::milliseconds wakeInterval)
-    : next_(std::move(next)), capacity_(capacity), wakeInterval_(wakeInterval) {
+AsyncLogSink::AsyncLogSink(std::shared_ptr<LogSink> next, std::size_t capacity)
+    : next_(std::move(next)), capacity_(capacity) {
     HV_ASSERT(next_ != nullptr);
     HV_ASSERT(capacity_ > 0);
     pending_.reserve(capacity_);
@@ -26,7 +26,7 @@ AsyncLogSink::~AsyncLogSink() {
 }
 
 void AsyncLogSink::write(std::string_view line) {
-    bool halfFull = false;
+    bool first = false;
     {
         std::lock_guard lock(mutex_);
         if (count_ == capacity_) {
@@ -41,9 +41,9 @@ void AsyncLogSink::write(std::string_view line) {
         }
         ++count_;
         ++accepted_;
-        halfFull = count_ == capacity_ / 2 + 1;
+        first = count_ == 1;
     }
-    if (halfFull) {
+    if (first) {
         wake_.notify_one();
     }
 }
@@ -69,7 +69,7 @@ void AsyncLogSink::run() {
             if (stopping_) {
                 return;
             }
-            wake_.wait_for(lock, wakeInterval_);
+            wake_.wait(lock);
             continue;
         }
         // Take the buffer and leave this round's emptied slots (with their storage) in its place.

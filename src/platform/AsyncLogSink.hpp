@@ -1,14 +1,15 @@
 #pragma once
 // A log sink that hands each line to a thread of its own, which writes it to the next sink.
-// The caller copies the line into a bounded buffer under a lock and returns: no system call
-// on the caller's path (the writer wakes by itself every few milliseconds, and is woken early
-// only when the buffer is half full). When the buffer is full the line is dropped and counted;
+// The caller copies the line into a bounded buffer under a lock and returns. The writer sleeps
+// on a condition variable while the buffer is empty, so an idle program never wakes for its
+// log; the caller that puts the first line into an empty buffer wakes it, and the lines that
+// follow while it writes join the next round without a wake. When the buffer is full the line
+// is dropped and counted;
 // the writer reports the count in one line of its own before the lines that follow.
 // Destruction writes what is buffered and joins the thread.
 
 #include "platform/Log.hpp"
 
-#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <memory>
@@ -21,8 +22,7 @@ namespace havrel {
 
 class AsyncLogSink final : public LogSink {
 public:
-    explicit AsyncLogSink(std::shared_ptr<LogSink> next, std::size_t capacity = 8192,
-                          std::chrono::milliseconds wakeInterval = std::chrono::milliseconds(10));
+    explicit AsyncLogSink(std::shared_ptr<LogSink> next, std::size_t capacity = 8192);
     ~AsyncLogSink() override;
     AsyncLogSink(const AsyncLogSink&) = delete;
     AsyncLogSink& operator=(const AsyncLogSink&) = delete;
@@ -38,7 +38,6 @@ private:
 
     const std::shared_ptr<LogSink> next_;
     const std::size_t capacity_;
-    const std::chrono::milliseconds wakeInterval_;
     mutable std::mutex mutex_;
     std::condition_variable wake_;
     std::condition_variable drained_;

@@ -75,7 +75,10 @@ void Timer::arm(std::shared_ptr<WorkQueue> queue, Clock::TimePoint due, std::uin
     due_ = due;
     postedDue_ = due;
     posted_ = true;
-    queue->postAt(due, [self = shared_from_this(), generation] { self->fire(generation); });
+    // A timer of a second or more may fire a tenth of its interval late, so that the slow
+    // timers of an idle program share their wake-ups.
+    const auto leeway = interval_ >= std::chrono::seconds(1) ? interval_ / 10 : Duration::zero();
+    queue->postAt(due, [self = shared_from_this(), generation] { self->fire(generation); }, leeway);
 }
 
 void Timer::fire(std::uint64_t generation) {

@@ -7,6 +7,9 @@
 // virtual time a 1 s timer fires exactly five times in 5 s. On the steady clock a timer that
 // falls more than a period behind skips the missed fires instead of bunching them.
 //
+// A timer whose interval is a second or more may fire up to a tenth of its interval late (on
+// the steady clock), so that such timers share the queue's wake-ups; never early.
+//
 // Scheduling again to a later time than the one already waiting on the queue posts nothing:
 // the waiting fire finds the later due time and waits again for it. So a timer pushed back by
 // every event of a burst costs the queue one entry per interval, not one per event.

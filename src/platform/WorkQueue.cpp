@@ -65,6 +65,7 @@ void WorkQueue::resetLoop(std::shared_ptr<Clock> clock) {
     {
         std::lock_guard lock(mutex_);
         discarded.swap(delayed_);
+        wakeAt_ = TimePoint::max();
         previous = std::exchange(clock_, std::move(clock));
     }
     if (previous->isManual()) {
@@ -105,40 +106,49 @@ std::uint64_t WorkQueue::postsFromThisThread() {
     return postsFromCurrentThread;
 }
 
-void WorkQueue::postAfter(Duration delay, Work work) {
+void WorkQueue::postAfter(Duration delay, Work work, Duration leeway) {
     if (delay <= Duration::zero()) {
         post(std::move(work));
         return;
     }
-    postAt(now() + delay, std::move(work));
+    postAt(now() + delay, std::move(work), leeway);
 }
 
-void WorkQueue::postAt(TimePoint due, Work work) {
+void WorkQueue::postAt(TimePoint due, Work work, Duration leeway) {
     HV_ASSERT(work != nullptr);
-    bool earliest = false;
+    bool sooner = false;
     bool manual = false;
     {
         std::lock_guard lock(mutex_);
-        delayed_.push_back(Delayed{due, nextSequence_++, std::move(work)});
+        const TimePoint latest = due + std::max(leeway, Duration::zero());
+        delayed_.push_back(Delayed{due, nextSequence_++, std::move(work), latest});
         std::push_heap(delayed_.begin(), delayed_.end(), later);
-        earliest = delayed_.front().sequence == nextSequence_ - 1;
+        sooner = latest < wakeAt_;
+        if (sooner) {
+            wakeAt_ = latest;
+        }
         manual = clock_->isManual();
     }
     // A manual clock runs the heap from advance(); the steady clock needs the wake timer moved
-    // forward when this item is now the first due. The timer belongs to the queue's thread.
-    if (earliest && !manual) {
+    // forward when this item must run before the time it is armed for. The timer belongs to
+    // the queue's thread.
+    if (sooner && !manual) {
         asio::post(loop_->io, [this] { armWake(); });
     }
 }
 
 void WorkQueue::armWake() {
-    TimePoint due;
+    TimePoint due = TimePoint::max();
     {
         std::lock_guard lock(mutex_);
+        // The earliest time some item must run; every item due by then runs with it.
+        for (const auto& item : delayed_) {
+            due = std::min(due, item.latest);
+        }
+        wakeAt_ = due;
         if (delayed_.empty()) {
             return;
         }
-        due = delayed_.front().due;
     }
     loop_->wake.expires_at(due);
     loop_->wake.async_wait([this](const std::error_code& error) {

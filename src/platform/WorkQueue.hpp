@@ -37,9 +37,12 @@ public:
     // Runs the work later on this queue, after everything posted before it. Any thread.
     void post(Work work);
     // Runs the work once the delay has passed on the queue's clock; a delay of zero or less is
-    // a plain post. Items due at the same time run in order of posting.
-    void postAfter(Duration delay, Work work);
-    void postAt(TimePoint due, Work work);
+    // a plain post. Items due at the same time run in order of posting. With a leeway the item
+    // may run up to that much later, never earlier: on the steady clock the queue wakes at the
+    // earliest time some item must run and runs everything due by then, so that items with
+    // leeway share wake-ups (a manual clock runs each at its due time).
+    void postAfter(Duration delay, Work work, Duration leeway = Duration::zero());
+    void postAt(TimePoint due, Work work, Duration leeway = Duration::zero());
 
     // MIDIInternals::DispatchQueue.
     void async(Work work) override { post(std::move(work)); }
@@ -104,6 +107,7 @@ private:
         TimePoint due;
         std::uint64_t sequence;
         Work work;
+        TimePoint latest;  // due + leeway
     };
     static bool later(const Delayed& a, const Delayed& b);
     // On the queue's thread: arms the wake timer at the earliest due time (steady clock only).
@@ -113,6 +117,7 @@ private:
     mutable std::mutex mutex_;
     std::shared_ptr<Clock> clock_;
     std::vector<Delayed> delayed_;  // a heap by (due, sequence)
+    TimePoint wakeAt_ = TimePoint::max();  // what the wake timer is armed for (steady clock)
     std::uint64_t nextSequence_ = 0;
     std::atomic<std::size_t> unfinishedPosts_{0};  // posted items not yet run to their end
 };

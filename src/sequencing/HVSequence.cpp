@@ -151,7 +151,7 @@ void HVSequenceManager::start() {
         }
     });
     std::weak_ptr<HVSequenceManager> weak = weak_from_this();
-    timer_ = Timer::scheduled(*playbackQueue_, std::chrono::milliseconds(1), true, [weak] {
+    timer_ = Timer::create(*playbackQueue_, std::chrono::milliseconds(1), true, [weak] {
         if (auto manager = weak.lock()) {
             manager->timerCalled();
         }
@@ -186,7 +186,7 @@ double HVSequenceManager::currentTime() const {
 
 void HVSequenceManager::requestRecord(const HVSequencePtr& sequence) {
     std::lock_guard lock(HVSequenceManagerLock());
-    timerIsPaused_ = false;
+    resumeTimer();
     recordingSequences_.push_back(sequence);
 }
 
@@ -195,13 +195,13 @@ void HVSequenceManager::requestStopRecording(const HVSequencePtr& sequence) {
     recordingSequences_.erase(std::remove(recordingSequences_.begin(), recordingSequences_.end(), sequence),
                               recordingSequences_.end());
     if (shouldPauseTimer()) {
-        timerIsPaused_ = true;
+        pauseTimer();
     }
 }
 
 void HVSequenceManager::requestPlayback(const HVSequencePtr& sequence) {
     std::lock_guard lock(HVSequenceManagerLock());
-    timerIsPaused_ = false;
+    resumeTimer();
     playingSequences_.push_back(sequence);
 }
 
@@ -218,8 +218,41 @@ void HVSequenceManager::requestStopPlayback(const HVSequencePtr& sequence) {
         }
     }
     if (shouldPauseTimer()) {
-        timerIsPaused_ = true;
+        pauseTimer();
     }
+}
+
+// The text's timer fires every millisecond for the life of the process and only skips its work
+// while paused; here pausing stops it, so that a program with nothing playing never wakes for it.
+void HVSequenceManager::resumeTimer() {
+    if (!timerIsPaused_) {
+        return;
+    }
+    timerIsPaused_ = false;
+    if (timer_) {
+        ++timerStarts_;
+        timer_->schedule();
+    }
+}
+
+void HVSequenceManager::pauseTimer() {
+    if (timerIsPaused_) {
+        return;
+    }
+    timerIsPaused_ = true;
+    if (timer_) {
+        timer_->invalidate();
+        logDiagf("[HVSequenceManager] playback timer stopped after {} fires", timerFires_.load());
+    }
+}
+
+std::uint64_t HVSequenceManager::timerStarts() const {
+    std::lock_guard lock(HVSequenceManagerLock());
+    return timerStarts_;
+}
+
+std::uint64_t HVSequenceManager::timerFires() const {
+    return timerFires_.load();
 }
 
 bool HVSequenceManager::shouldPauseTimer() const {
@@ -238,6 +271,7 @@ void HVSequenceManager::cancelAllSequences() {
 }
 
 void HVSequenceManager::timerCalled() {
+    timerFires_.fetch_add(1);
     std::lock_guard lock(HVSequenceManagerLock());
     if (timerIsPaused_) {
         return;

@@ -7,6 +7,7 @@
 #include "platform/SerialQueue.hpp"
 #include "platform/Timer.hpp"
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -84,6 +85,7 @@ public:
 
 // The process-wide scheduler: a one-millisecond timer on the serial queue
 // "com.havrelapps.havrel.playback" plays the next slice of each playing sequence that is due.
+// The timer runs only while a sequence plays or records.
 // Its monitor is the recursive lock that axis and container code share.
 class HVSequenceManager : public std::enable_shared_from_this<HVSequenceManager> {
 public:
@@ -106,6 +108,10 @@ public:
     void requestStopPlayback(const HVSequencePtr& sequence);
     bool shouldPauseTimer() const;
     void cancelAllSequences();
+    // How often the timer was started, and how often it has fired, in all: for the host's
+    // status and for tests.
+    std::uint64_t timerStarts() const;
+    std::uint64_t timerFires() const;
     void timerCalled();
 
     ~HVSequenceManager();
@@ -114,6 +120,8 @@ private:
     HVSequenceManager() = default;
     static SharedSlot<HVSequenceManager>& sharedSlot();
     void start();
+    void resumeTimer();
+    void pauseTimer();
 
     bool timerIsPaused_ = true;
     std::vector<HVSequencePtr> playingSequences_;
@@ -121,6 +129,8 @@ private:
     double previousTime_ = 0.0;
     std::shared_ptr<SerialQueue> playbackQueue_;
     std::shared_ptr<Timer> timer_;
+    std::uint64_t timerStarts_ = 0;
+    std::atomic<std::uint64_t> timerFires_{0};
 };
 
 // Milliseconds per note of length n (4 a quarter note) at tempo b.

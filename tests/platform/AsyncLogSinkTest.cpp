@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <future>
 #include <thread>
 
@@ -59,6 +60,13 @@ TEST(AsyncLogSink, KeepsOrderAcrossThreadsAndFlushesOnDestruction) {
             }
             EXPECT_EQ(expected, 20);
         }
+        // The writer sleeps until a line comes, and wakes for it without a flush.
+        sink.write("unflushed");
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (capture->lines().back() != "unflushed" && std::chrono::steady_clock::now() < deadline) {
+            std::this_thread::yield();
+        }
+        EXPECT_EQ(capture->lines().back(), "unflushed");
         sink.write("last words");
     }
     EXPECT_EQ(capture->lines().back(), "last words");

@@ -73,6 +73,15 @@ TEST_F(MainQueueTest, SteadyClockDelaysRunInDueOrderOnTheQueue) {
     EXPECT_FALSE(queue.clock()->isManual());
     queue.run();
     EXPECT_EQ(order, (std::vector<std::string>{"now", "early", "late"}));
+
+    // An item with leeway never runs early, and waits for the wake-up of an item due within
+    // its leeway instead of waking the queue by itself.
+    const auto start = queue.now();
+    MainQueue::Duration lenient{};
+    queue.postAfter(20ms, [&] { lenient = queue.now() - start; }, 40ms);
+    queue.postAfter(45ms, [&] { queue.stop(); });
+    queue.run();
+    EXPECT_GE(lenient, 45ms);
 }
 
 TEST_F(MainQueueTest, ManualClockRunsDueWorkInVirtualTimeAndWorkItPosts) {

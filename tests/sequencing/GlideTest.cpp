@@ -136,6 +136,13 @@ TEST_F(SequencingTest, GlideToAStopPlaysInVirtualTime) {
     EXPECT_EQ(container->currentRangePosition(), std::vector<double>{1.0});
     EXPECT_TRUE(container->sequences().empty());
     EXPECT_TRUE(HVSequenceManager::sharedInstance()->timerIsPaused());
+    // The one-millisecond timer stopped with the glide: idle time passes without a fire.
+    const auto manager = HVSequenceManager::sharedInstance();
+    EXPECT_EQ(manager->timerStarts(), 1u);
+    const auto fires = manager->timerFires();
+    EXPECT_GT(fires, 100u);
+    scope_.advance(milliseconds(1000));
+    EXPECT_LE(manager->timerFires(), fires + 1);
 
     // A position between stops during a glide stops it and applies at once.
     wrapper->setCurrentRangePosition(0.0, 0, false);

@@ -4,10 +4,12 @@
 
 #include "Process.hpp"
 #include "support/BluezStandIn.hpp"
+#include "support/UsbmuxStandIn.hpp"
 #include "transport/bluetooth/RNBluetoothPlatform.hpp"
 
 #include "transport/usb/TNFrameHeader.hpp"
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
@@ -86,19 +88,26 @@ protected:
         folder_ = ::mkdtemp(pattern);
         port_ = freePort();
     }
-    void TearDown() override { std::filesystem::remove_all(folder_); }
-
-    std::unique_ptr<Process> sim(const std::string& name, const std::string& script) {
-        return std::make_unique<Process>(HAVREL_CLIENT_SIM_PROGRAM,
-                                         std::vector<std::string>{"--port", std::to_string(port_), "--do", script},
-                                         folder_, name);
+    void TearDown() override {
+        ::unsetenv("USBMUXD_SOCKET_ADDRESS");
+        std::filesystem::remove_all(folder_);
     }
-    std::unique_ptr<Process> central() {
+
+    std::unique_ptr<Process> sim(const std::string& name, const std::string& script, std::uint16_t port = 0) {
         return std::make_unique<Process>(
-            HAVREL_CENTRAL_PROGRAM,
-            std::vector<std::string>{"--midi-backend", "loopback", "--print-midi", "--no-usbmux", "--local-port",
-                                     std::to_string(port_), "--config-dir", (folder_ / "config").string()},
-            folder_, "central");
+            HAVREL_CLIENT_SIM_PROGRAM,
+            std::vector<std::string>{"--port", std::to_string(port != 0 ? port : port_), "--do", script}, folder_,
+            name);
+    }
+    // With usbmux, the daemon is the one USBMUXD_SOCKET_ADDRESS names.
+    std::unique_ptr<Process> central(const std::vector<std::string>& more = {}, bool usbmux = false) {
+        std::vector<std::string> arguments{"--midi-backend", "loopback", "--print-midi", "--local-port",
+                                           std::to_string(port_), "--config-dir", (folder_ / "config").string()};
+        if (!usbmux) {
+            arguments.push_back("--no-usbmux");
+        }
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        return std::make_unique<Process>(HAVREL_CENTRAL_PROGRAM, arguments, folder_, "central");
     }
 
     std::filesystem::path folder_;
@@ -163,6 +172,99 @@ TEST_F(ProgramsTest, AClientThatGoesAwayIsServedAgainWhenItComesBack) {
                                     "midi-out \"Havrel Output\" ump=40B00700 FFFFFFFF midi1=B0 07 7F",
                                     "midi-out \"Havrel Output\" ump=40B00700 00000000 midi1=B0 07 00",
                                 }));
+}
+
+// usbmuxd as Debian runs it: absent when havrel-central starts, then started by each plug-in
+// and ended by each unplug. Each daemon is listened to, and its device plays.
+TEST_F(ProgramsTest, TheDeviceOfEachDaemonThatComesAndGoesPlays) {
+    const auto socket = folder_ / "usbmuxd";
+    ::setenv("USBMUXD_SOCKET_ADDRESS", ("UNIX:" + socket.string()).c_str(), 1);
+    auto host = central({}, true);
+    ASSERT_TRUE(waitUntil([&] { return host->err().find("TNUSBHub failed to initialize") != std::string::npos; }))
+        << host->err();
+    const std::vector<std::string> values{"1", "0", "1"};
+    for (std::size_t round = 0; round < values.size(); ++round) {
+        SCOPED_TRACE(round);
+        const std::uint16_t tunnelPort = freePort();
+        auto client = sim("sim" + std::to_string(round), "set fader " + values[round] + "; wait 0.2", tunnelPort);
+        {
+            UsbmuxStandIn daemon(socket);
+            daemon.attachDevice(static_cast<std::int64_t>(round + 1), tunnelPort);
+            ASSERT_EQ(client->wait(seconds(30)), 0) << client->err();
+            ASSERT_TRUE(waitUntil([&] { return midiLines(*host).size() == round + 1; })) << host->out();
+        }
+        ASSERT_TRUE(waitUntil([&] {
+            return host->err().find(fmt::format("TNUSBHub forgetting device #{}:", round + 1)) != std::string::npos;
+        })) << host->err();
+    }
+    host->signal(SIGTERM);
+    ASSERT_EQ(host->wait(seconds(10)), 0);
+    EXPECT_EQ(midiLines(*host), (std::vector<std::string>{
+                                    "midi-out \"Havrel Output\" ump=40B00700 FFFFFFFF midi1=B0 07 7F",
+                                    "midi-out \"Havrel Output\" ump=40B00700 00000000 midi1=B0 07 00",
+                                    "midi-out \"Havrel Output\" ump=40B00700 FFFFFFFF midi1=B0 07 7F",
+                                }));
+}
+
+// A daemon address whose connect never completes (a listener with a full backlog drops the
+// handshake) while a client plays on the local path: every message still leaves at once.
+TEST_F(ProgramsTest, AnUnansweredDaemonAddressLeavesTheLocalPathPlaying) {
+    const int full = boundSocket(0);
+    ASSERT_GE(full, 0);
+    ASSERT_EQ(::listen(full, 0), 0);
+    sockaddr_in address{};
+    socklen_t length = sizeof(address);
+    ::getsockname(full, reinterpret_cast<sockaddr*>(&address), &length);
+    std::vector<int> queued;
+    for (int i = 0; i < 3; ++i) {
+        queued.push_back(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+        ::connect(queued.back(), reinterpret_cast<sockaddr*>(&address), length);
+    }
+    ::setenv("USBMUXD_SOCKET_ADDRESS", fmt::format("127.0.0.1:{}", ntohs(address.sin_port)).c_str(), 1);
+    auto client = sim("sim", "set fader 1; wait 3; set fader 0; wait 4; set fader 1; wait 0.2");
+    auto host = central({}, true);
+    ASSERT_EQ(client->wait(seconds(30)), 0) << client->err();
+    ASSERT_TRUE(waitUntil([&] { return midiLines(*host).size() == 3; })) << host->out();
+    // The connect gave up meanwhile, and is tried again.
+    EXPECT_NE(host->err().find("TNUSBHub failed to initialize: Error Domain=NSPOSIXErrorDomain Code=110"),
+              std::string::npos)
+        << host->err();
+    host->signal(SIGTERM);
+    EXPECT_EQ(host->wait(seconds(10)), 0);
+    for (const int fd : queued) {
+        ::close(fd);
+    }
+    ::close(full);
+}
+
+// After a glide has played and its client has left, the one-millisecond timer no longer fires:
+// its count at the glide's end is its count at exit.
+TEST_F(ProgramsTest, TheMillisecondTimerStopsWithTheLastGlide) {
+    auto client = sim("sim", "tap pad 0.5; wait 0.5");
+    auto host = central({"--log-level", "diag"});
+    ASSERT_EQ(client->wait(seconds(30)), 0) << client->err();
+    ASSERT_TRUE(waitUntil([&] { return host->err().find("Disconnected from device") != std::string::npos; }));
+    const std::regex stopped(R"(playback timer stopped after (\d+) fires)");
+    auto lastStop = [&] {
+        const std::string err = host->err();
+        std::optional<long> fires;
+        for (auto it = std::sregex_iterator(err.begin(), err.end(), stopped); it != std::sregex_iterator(); ++it) {
+            fires = std::stol((*it)[1].str());
+        }
+        return fires;
+    };
+    ASSERT_TRUE(waitUntil([&] { return lastStop().has_value(); })) << host->err();
+    // Long enough for a timer left running to fire hundreds of times.
+    std::this_thread::sleep_for(seconds(1));
+    host->signal(SIGTERM);
+    ASSERT_EQ(host->wait(seconds(10)), 0);
+    std::smatch totals;
+    const std::string err = host->err();
+    ASSERT_TRUE(std::regex_search(err, totals, std::regex(R"(playback timer started (\d+) times, fired (\d+) times)")))
+        << err;
+    EXPECT_GE(std::stol(totals[1].str()), 1);
+    // One fire may have been on its way when the timer stopped.
+    EXPECT_LE(std::stol(totals[2].str()), *lastStop() + 1);
 }
 
 TEST_F(ProgramsTest, AClientSendingGarbageIsClosedAndTheCentralGoesOn) {

@@ -5,6 +5,8 @@
 #include "platform/MainQueue.hpp"
 #include "platform/Timer.hpp"
 
+#include <chrono>
+
 namespace havrel {
 
 std::unique_ptr<StatusService> StatusService::start(const Options& options, std::shared_ptr<StatusSources> sources) {
@@ -67,10 +69,18 @@ StatusService::~StatusService() {
 }
 
 void StatusService::tick() {
-    if (++ticks_ % kUpdatesPerSecond == 0) {
+    // With no page open the timer turns once a second, for the throughput samples alone, so an
+    // idle program does not wake twenty times a second; a page's greeting carries the state.
+    const bool watched = server_->connectionCount() > 0;
+    const auto interval = watched ? std::chrono::milliseconds(1000 / kUpdatesPerSecond) : std::chrono::milliseconds(1000);
+    if (timer_ && timer_->interval() != interval) {
+        timer_->rearm(interval);
+        ticks_ = 0;
+    }
+    if (!watched || ++ticks_ % kUpdatesPerSecond == 0) {
         model_->sampleThroughput();
     }
-    if (server_->connectionCount() == 0) {
+    if (!watched) {
         lastSent_.clear();
         return;
     }

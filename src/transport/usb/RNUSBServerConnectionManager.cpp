@@ -364,11 +364,15 @@ void RNUSBServerConnectionManager::connectToLocalIPv4Port() {
     }
     auto weak = weakSelf();
     auto probeAgain = [weak] {
-        MainQueue::shared().postAfter(kLocalProbeInterval, [weak] {
-            if (auto self = weak.lock()) {
-                self->enqueueConnectToLocalIPv4Port();
-            }
-        });
+        // Up to a tenth late, as the timers of a second or more, to share their wake-ups.
+        MainQueue::shared().postAfter(
+            kLocalProbeInterval,
+            [weak] {
+                if (auto self = weak.lock()) {
+                    self->enqueueConnectToLocalIPv4Port();
+                }
+            },
+            kLocalProbeInterval / 10);
     };
     if (hasLocalIPv4Channel()) {
         probeAgain();

@@ -9,6 +9,7 @@
 #include <asio/local/stream_protocol.hpp>
 #include <asio/post.hpp>
 #include <asio/read.hpp>
+#include <asio/connect.hpp>
 #include <asio/write.hpp>
 
 #include <cerrno>
@@ -28,49 +29,23 @@ int errnoOf(const std::error_code& error) {
     return error.category() == asio::system_category() ? error.value() : EHOSTUNREACH;
 }
 
-std::vector<GenericEndpoint> endpointsOf(const TNUSBSocketAddress& address, asio::io_context& context,
-                                         std::error_code& error) {
+// The endpoint of a Unix path or an address literal; nothing for a host name, which needs a
+// look-up.
+std::optional<GenericEndpoint> literalEndpointOf(const TNUSBSocketAddress& address, std::error_code& error) {
     if (address.kind == TNUSBSocketAddress::Kind::unixSocket) {
         try {
-            return {GenericEndpoint(asio::local::stream_protocol::endpoint(address.path))};
+            return GenericEndpoint(asio::local::stream_protocol::endpoint(address.path));
         } catch (const std::system_error&) {
             error = std::make_error_code(std::errc::filename_too_long);
-            return {};
+            return std::nullopt;
         }
     }
-    const auto literal = asio::ip::make_address(address.host, error);
-    if (!error) {
-        return {GenericEndpoint(asio::ip::tcp::endpoint(literal, address.port))};
+    std::error_code notLiteral;
+    const auto literal = asio::ip::make_address(address.host, notLiteral);
+    if (notLiteral) {
+        return std::nullopt;
     }
-    // A host name: resolved here, blocking, as the connect itself is.
-    error.clear();
-    asio::ip::tcp::resolver resolver(context);
-    const auto results = resolver.resolve(address.host, std::to_string(address.port), error);
-    std::vector<GenericEndpoint> endpoints;
-    for (const auto& entry : results) {
-        endpoints.emplace_back(entry.endpoint());
-    }
-    return endpoints;
-}
-
-// Connects at once, as the daemon's local socket answers at once. Writes never raise SIGPIPE:
-// Asio sends with MSG_NOSIGNAL.
-std::error_code connectSocket(GenericSocket& socket, asio::io_context& context, const TNUSBSocketAddress& address) {
-    std::error_code error;
-    const auto endpoints = endpointsOf(address, context, error);
-    if (error) {
-        return error;
-    }
-    error = std::make_error_code(std::errc::host_unreachable);
-    for (const auto& endpoint : endpoints) {
-        std::error_code ignored;
-        socket.close(ignored);
-        socket.connect(endpoint, error);
-        if (!error) {
-            return error;
-        }
-    }
-    return error;
+    return GenericEndpoint(asio::ip::tcp::endpoint(literal, address.port));
 }
 
 }  // namespace
@@ -86,22 +61,115 @@ TNUSBChannel::~TNUSBChannel() {
     }
 }
 
-bool TNUSBChannel::openOnQueue(WorkQueue& queue, TNOptionalError& error, ErrorCallback onEnd) {
+// The text connects at once and blocks its queue meanwhile; here the look-up of a host name and
+// the connect run asynchronously, so that a slow or unreachable daemon address never holds up
+// the main queue, and an attempt that has not connected within kOpenTimeout gives up.
+void TNUSBChannel::openOnQueue(WorkQueue& queue, ErrorCallback onOpen, ErrorCallback onEnd) {
     HV_ASSERT(socket_ == nullptr);
     context_ = &queue.context();
-    auto socket = std::make_unique<GenericSocket>(*context_);
-    const std::error_code failure = connectSocket(*socket, *context_, TNUSBSocketAddress::current());
-    if (failure) {
-        const int number = errnoOf(failure);
-        logf("TNUSBChannel connect() to /var/run/usbmuxd failed: errno={} ({})", number,
-             std::generic_category().message(number));
-        error = TNError::posix(number);
-        return false;
+    socket_ = std::make_unique<GenericSocket>(*context_);
+    onOpen_ = std::move(onOpen);
+    opening_ = true;
+    const auto address = TNUSBSocketAddress::current();
+    std::error_code error;
+    auto endpoint = literalEndpointOf(address, error);
+    if (error) {
+        post([self = shared_from_this(), error] { self->didOpen(error, nullptr); });
+        return;
     }
-    logf("TNUSBChannel connect() to /var/run/usbmuxd succeeded, fd={}", socket->native_handle());
-    socket_ = std::move(socket);
+    if (endpoint) {
+        connectTo({*endpoint}, std::move(onEnd));
+        armOpenDeadline(queue);
+        return;
+    }
+    resolver_ = std::make_unique<asio::ip::tcp::resolver>(*context_);
+    resolver_->async_resolve(address.host, std::to_string(address.port),
+                             [self = shared_from_this(), onEnd = std::move(onEnd)](
+                                 std::error_code error, const asio::ip::tcp::resolver::results_type& results) mutable {
+                                 if (error) {
+                                     self->didOpen(error, nullptr);
+                                     return;
+                                 }
+                                 std::vector<GenericEndpoint> endpoints;
+                                 for (const auto& entry : results) {
+                                     endpoints.emplace_back(entry.endpoint());
+                                 }
+                                 self->connectTo(std::move(endpoints), std::move(onEnd));
+                             });
+    armOpenDeadline(queue);
+}
+
+// Set only once the attempt is still pending after the turn that started it (a local socket
+// answers at once, its completion queued ahead of this), so that a deadline invalidated at once
+// is rarely left waiting on the queue to wake it for nothing.
+void TNUSBChannel::armOpenDeadline(WorkQueue& queue) {
+    post([weakSelf = weak_from_this(), queue = &queue] {
+        auto self = weakSelf.lock();
+        if (!self || !self->opening_) {
+            return;
+        }
+        self->openDeadline_ = Timer::scheduled(*queue, kOpenTimeout, false, [weakSelf] {
+            if (auto self = weakSelf.lock(); self && self->opening_) {
+                self->openTimedOut_ = true;
+                if (self->resolver_) {
+                    self->resolver_->cancel();
+                }
+                std::error_code ignored;
+                self->socket_->close(ignored);
+            }
+        });
+    });
+}
+
+void TNUSBChannel::connectTo(std::vector<GenericEndpoint> endpoints, ErrorCallback onEnd) {
+    if (ended_) {
+        didOpen(asio::error::operation_aborted, nullptr);
+        return;
+    }
+    auto shared = std::make_shared<std::vector<GenericEndpoint>>(std::move(endpoints));
+    // Writes never raise SIGPIPE: Asio sends with MSG_NOSIGNAL.
+    asio::async_connect(*socket_, *shared,
+                        [self = shared_from_this(), shared, onEnd = std::move(onEnd)](std::error_code error,
+                                                                                     const GenericEndpoint&) mutable {
+                            self->didOpen(error, std::move(onEnd));
+                        });
+}
+
+void TNUSBChannel::didOpen(std::error_code failure, ErrorCallback onEnd) {
+    opening_ = false;
+    if (openDeadline_) {
+        openDeadline_->invalidate();
+        openDeadline_.reset();
+    }
+    resolver_.reset();
+    auto onOpen = std::exchange(onOpen_, nullptr);
+    if (!failure && (ended_ || !socket_->is_open())) {
+        failure = asio::error::operation_aborted;
+    }
+    if (failure) {
+        const int number = openTimedOut_ ? ETIMEDOUT
+                           : failure == asio::error::operation_aborted ? ECANCELED
+                                                                        : errnoOf(failure);
+        // A stop or invalidate while opening is the owner's doing, not worth a line.
+        if (logsConnectFailures_ && number != ECANCELED) {
+            logf("TNUSBChannel connect() to /var/run/usbmuxd failed: errno={} ({})", number,
+                 std::generic_category().message(number));
+        }
+        if (socket_) {
+            std::error_code ignored;
+            socket_->close(ignored);
+            socket_.reset();
+        }
+        if (onOpen) {
+            onOpen(TNError::posix(number));
+        }
+        return;
+    }
+    logf("TNUSBChannel connect() to /var/run/usbmuxd succeeded, fd={}", socket_->native_handle());
     onEnd_ = std::move(onEnd);
-    return true;
+    if (onOpen) {
+        onOpen(std::nullopt);
+    }
 }
 
 void TNUSBChannel::listenWithBroadcastHandler(BroadcastHandler handler, ErrorCallback callback) {
@@ -312,7 +380,7 @@ void TNUSBChannel::writeNext() {
 }
 
 bool TNUSBChannel::valid() const {
-    return socket_ && socket_->is_open();
+    return socket_ && !opening_ && socket_->is_open();
 }
 
 int TNUSBChannel::fileDescriptor() const {
@@ -354,6 +422,7 @@ void TNUSBChannel::stop() {
 
 void TNUSBChannel::invalidate() {
     onEnd_ = nullptr;
+    onOpen_ = nullptr;
     if (responseQueue_) {
         responseQueue_->clear();
     }
@@ -365,6 +434,9 @@ void TNUSBChannel::endStream(TNOptionalError error, TNError pendingError) {
         return;
     }
     ended_ = true;
+    if (resolver_) {
+        resolver_->cancel();
+    }
     std::error_code ignored;
     socket_->close(ignored);
     auto waiting = responseQueue_ ? std::exchange(*responseQueue_, {}) : std::map<std::uint32_t, ResponseCallback>{};

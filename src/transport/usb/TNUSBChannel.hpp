@@ -14,19 +14,23 @@
 // end callback runs once with the error (none for a close by either side). A socket whose
 // descriptor was released ends silently: it belongs to someone else.
 
+#include "platform/Timer.hpp"
 #include "platform/Types.hpp"
 #include "platform/WorkQueue.hpp"
 #include "transport/usb/TNError.hpp"
 #include "transport/usb/TNUSBPacketReader.hpp"
 
 #include <asio/generic/stream_protocol.hpp>
+#include <asio/ip/tcp.hpp>
 
+#include <chrono>
 #include <cstdint>
 #include <deque>
 #include <functional>
 #include <map>
 #include <memory>
 #include <optional>
+#include <vector>
 
 namespace havrel {
 
@@ -43,9 +47,14 @@ public:
     TNUSBChannel(const TNUSBChannel&) = delete;
     TNUSBChannel& operator=(const TNUSBChannel&) = delete;
 
-    // Connects to the daemon's socket (TNUSBSocketAddress::current()). On failure the error is
-    // a POSIX one and the result false. onEnd may be empty.
-    bool openOnQueue(WorkQueue& queue, TNOptionalError& error, ErrorCallback onEnd);
+    // Connects to the daemon's socket (TNUSBSocketAddress::current()) without waiting: a host
+    // name is looked up and the connect made in the background. onOpen gets the outcome on the
+    // queue, a POSIX error on failure (ETIMEDOUT after kOpenTimeout); onEnd, which may be
+    // empty, is kept for the end of an opened socket. Other requests wait for onOpen.
+    void openOnQueue(WorkQueue& queue, ErrorCallback onOpen, ErrorCallback onEnd);
+    static constexpr std::chrono::seconds kOpenTimeout{5};
+    // Whether a failed open says so in a log line (the default).
+    void setLogsConnectFailures(bool logs) { logsConnectFailures_ = logs; }
 
     // Turns automatic reading on and sends Listen; the callback gets the reply's outcome.
     void listenWithBroadcastHandler(BroadcastHandler handler, ErrorCallback callback);
@@ -70,6 +79,7 @@ public:
     // Raw write, after the writes before it.
     void sendData(Bytes data, ErrorCallback callback);
 
+    // Opened, and neither ended nor handed over.
     bool valid() const;
     // The socket's descriptor, or -1.
     int fileDescriptor() const;
@@ -97,6 +107,9 @@ private:
 
     TNUSBChannel() = default;
 
+    void connectTo(std::vector<asio::generic::stream_protocol::endpoint> endpoints, ErrorCallback onEnd);
+    void didOpen(std::error_code failure, ErrorCallback onEnd);
+    void armOpenDeadline(WorkQueue& queue);
     void readMore(PacketCallback callback);
     void didRead(std::error_code error, std::size_t count, const PacketCallback& callback);
     void deliver(TNUSBPacketReader::Result result, const PacketCallback& callback);
@@ -110,6 +123,12 @@ private:
     asio::io_context* context_ = nullptr;
     std::unique_ptr<asio::generic::stream_protocol::socket> socket_;
     ErrorCallback onEnd_;
+    ErrorCallback onOpen_;
+    bool opening_ = false;
+    std::unique_ptr<asio::ip::tcp::resolver> resolver_;
+    std::shared_ptr<Timer> openDeadline_;
+    bool openTimedOut_ = false;
+    bool logsConnectFailures_ = true;
     bool ended_ = false;
     bool closeAfterWrites_ = false;
 

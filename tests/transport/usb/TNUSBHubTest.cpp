@@ -2,6 +2,7 @@
 #include "platform/MainQueue.hpp"
 #include "platform/NotificationCenter.hpp"
 #include "platform/TemporaryFolder.hpp"
+#include "platform/Timer.hpp"
 #include "support/MainQueueWaiting.hpp"
 #include "support/UsbmuxStandIn.hpp"
 #include "transport/usb/TNUSBHub.hpp"
@@ -299,29 +300,48 @@ TEST_F(TNUSBHubTest, ConnectHandsOverATunnelOrTheDaemonsRefusal) {
     EXPECT_TRUE(runMainQueueUntil([&] { return standIn.tunnelCount() == 0; }));
 }
 
-TEST_F(TNUSBHubTest, AnAbsentDaemonIsReportedAndNothingElseHappens) {
+// The daemon starts after the program, exits and starts again with a device each time, and
+// once sends a packet too short to frame: the shared hub listens to each daemon that comes,
+// forgets each one's devices when it goes, and never floods the log while it waits.
+TEST_F(TNUSBHubTest, TheSharedHubFollowsTheDaemonAsItComesAndGoes) {
     testing::ScopedEnvironment address("USBMUXD_SOCKET_ADDRESS", "UNIX:" + socketPath().string());
-
     TNUSBHub::setSharedHubForTesting(nullptr);
-    auto shared = TNUSBHub::sharedHub();
-    EXPECT_EQ(TNUSBHub::sharedHub(), shared);
+    auto hub = TNUSBHub::sharedHub();
+    EXPECT_EQ(TNUSBHub::sharedHub(), hub);
+    auto attached = observe(TNUSBDeviceDidAttachNotification, *hub);
+    auto detached = observe(TNUSBDeviceDidDetachNotification, *hub);
     ASSERT_TRUE(runMainQueueUntil([&] { return log_.contains("TNUSBHub failed to initialize: "); }));
-    EXPECT_EQ(log_.count("TNUSBHub sharedHub initializing"), 1u);
+    MainQueue::shared().runFor(500ms);  // several tries, said once
+    EXPECT_EQ(log_.count("TNUSBHub failed to initialize: "), 1u);
     EXPECT_EQ(log_.count(fmt::format("TNUSBChannel connect() to /var/run/usbmuxd failed: errno={} (", ENOENT)), 1u);
+    EXPECT_FALSE(hub->isListening());
 
-    Outcome start;
-    Outcome end;
-    auto hub = listeningHub(start, end);
-    EXPECT_EQ(start.error, TNError::posix(ENOENT));
-    // The hub stays as it is: a later listen reports success and tries nothing, even with a
-    // daemon there now.
+    for (std::int64_t device = 1; device <= 3; ++device) {
+        SCOPED_TRACE(device);
+        {
+            testing::UsbmuxStandIn standIn(socketPath());
+            standIn.attachDevice(device, 1000);
+            ASSERT_TRUE(runMainQueueUntil([&] { return attached->size() == static_cast<std::size_t>(device); }));
+            EXPECT_EQ(attached->back()["DeviceID"], device);
+            EXPECT_TRUE(hub->isListening());
+            EXPECT_EQ(standIn.listenerCount(), 1u);
+        }
+        ASSERT_TRUE(runMainQueueUntil([&] { return detached->size() == static_cast<std::size_t>(device); }));
+        EXPECT_EQ(detached->back(), (Dictionary{{"MessageType", "Detached"}, {"DeviceID", device}}));
+        EXPECT_EQ(log_.count(fmt::format("TNUSBHub forgetting device #{}:", device)), 1u);
+    }
+    EXPECT_EQ(log_.count("TNUSBHub listen started successfully"), 3u);
+
+    // A packet too short to frame ends the socket; the next daemon is listened to afresh.
+    {
+        ScriptedDaemon daemon(socketPath(), [](std::uint32_t) { return rawHeader(8, 1, 8, 1); });
+        ASSERT_TRUE(runMainQueueUntil([&] { return daemon.clientClosed(); }));
+    }
     testing::UsbmuxStandIn standIn(socketPath());
-    Outcome again;
-    hub->listenOnQueue(MainQueue::shared(), again.callback(), nullptr);
-    EXPECT_TRUE(again.called);
-    EXPECT_FALSE(again.error);
-    EXPECT_EQ(log_.count("connect() to /var/run/usbmuxd"), 2u);
-    EXPECT_FALSE(end.called);
+    ASSERT_TRUE(runMainQueueUntil([&] { return standIn.listenerCount() == 1 && hub->isListening(); }));
+    // Said by the socket, then by the hub's failed start and the socket's end.
+    EXPECT_EQ(log_.count("Received a packet that is too small"), 3u);
+    EXPECT_EQ(detached->size(), 3u);
 
     std::optional<TNOptionalError> connectError;
     testing::ScopedEnvironment elsewhere("USBMUXD_SOCKET_ADDRESS", "127.0.0.1:1");
@@ -331,6 +351,31 @@ TEST_F(TNUSBHubTest, AnAbsentDaemonIsReportedAndNothingElseHappens) {
     });
     ASSERT_TRUE(runMainQueueUntil([&] { return connectError.has_value(); }));
     EXPECT_EQ(*connectError, TNError::posix(ECONNREFUSED));
+}
+
+// A daemon address whose connect never completes (a listener whose backlog is full drops the
+// handshake) leaves the main queue running while the hub waits for it.
+TEST_F(TNUSBHubTest, AnUnansweredDaemonAddressNeverHoldsUpTheMainQueue) {
+    asio::ip::tcp::acceptor full(MainQueue::shared().context());
+    full.open(asio::ip::tcp::v4());
+    full.bind({asio::ip::address_v4::loopback(), 0});
+    full.listen(0);
+    std::vector<std::unique_ptr<asio::ip::tcp::socket>> queued;
+    for (int i = 0; i < 4; ++i) {
+        queued.push_back(std::make_unique<asio::ip::tcp::socket>(MainQueue::shared().context()));
+        queued.back()->async_connect(full.local_endpoint(), [](std::error_code) {});
+    }
+    MainQueue::shared().runFor(100ms);
+    testing::ScopedEnvironment address("USBMUXD_SOCKET_ADDRESS",
+                                       "localhost:" + std::to_string(full.local_endpoint().port()));
+    auto hub = TNUSBHub::create();
+    hub->followDaemon(MainQueue::shared());
+    int ticks = 0;
+    auto tick = Timer::scheduled(MainQueue::shared(), 10ms, true, [&] { ++ticks; });
+    ASSERT_TRUE(runMainQueueUntil([&] { return ticks >= 20; }));
+    tick->invalidate();
+    EXPECT_FALSE(hub->isListening());
+    EXPECT_FALSE(log_.contains("TNUSBHub listen started successfully"));
 }
 
 TEST_F(TNUSBHubTest, StrayRepliesAreLoggedAndReadingGoesOn) {
@@ -391,8 +436,10 @@ TEST_F(TNUSBHubTest, AMalformedPacketCostsThatPacketOrTheSocketButNeverTheProces
             ASSERT_TRUE(runMainQueueUntil([&] { return end.called && daemon.clientClosed(); }));
             EXPECT_EQ(end.error, test.error);
         } else {
-            EXPECT_FALSE(end.called);
-            EXPECT_FALSE(daemon.clientClosed());
+            // Only the packet is refused, but a socket whose Listen failed is of no use: the hub
+            // closes it.
+            ASSERT_TRUE(runMainQueueUntil([&] { return end.called && daemon.clientClosed(); }));
+            EXPECT_FALSE(end.error);
         }
         std::size_t channelLines = 0;
         for (const auto& line : log_.lines()) {
