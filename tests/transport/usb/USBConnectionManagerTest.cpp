@@ -373,14 +373,17 @@ TEST(HVCentralUSBManagerTest, APeerThatStopsReadingIsClosedAtTheQueueBoundOrAtTh
 
     // Tempo and position flow faster than anyone reads: the channel closes at the bound, once,
     // and what it kept stays within a few MiB.
-    const std::size_t before = residentBytes();
+    [[maybe_unused]] const std::size_t before = residentBytes();
     auto channel = channels.front();
     const auto eightBytes = std::make_shared<const Bytes>(8);
     for (int i = 0; i < 100000 && channel->isConnected(); ++i) {
         channel->sendFrameOfType(TNFrameTypeTempo + i % 2, 0, eightBytes, nullptr);
     }
     EXPECT_FALSE(channel->isConnected());
+#if !defined(__SANITIZE_THREAD__)
+    // (ThreadSanitizer's shadow memory grows with every byte the test touches.)
     EXPECT_LT(residentBytes(), before + 4 * kTNChannelMaximumQueuedWriteBytes);
+#endif
     ASSERT_TRUE(runMainQueueUntil([&] { return channels.empty(); }));
     EXPECT_EQ(capture.count("the peer is not reading"), 1u);
 
