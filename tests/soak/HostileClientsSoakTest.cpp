@@ -108,15 +108,11 @@ TEST(HostileClientsSoak, TheCentralKeepsServingAndItsMemoryStaysFlat) {
     char pattern[] = "/tmp/havrel-soak-XXXXXX";
     const std::filesystem::path folder = ::mkdtemp(pattern);
 
-    const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    int one = 1;
-    ::setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &one, sizeof(one));
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof(address);
-    ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&address), size), 0);
+    const int listener = boundSocket(0);
+    ASSERT_GE(listener, 0);
     ASSERT_EQ(::listen(listener, 4), 0);
+    sockaddr_in address{};
+    socklen_t size = sizeof(address);
     ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size);
     const auto port = std::to_string(ntohs(address.sin_port));
 

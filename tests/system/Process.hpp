@@ -3,9 +3,12 @@
 // in a folder of the test, it can be signalled, and it is always reaped (killed if need be)
 // when the object goes.
 
+#include <arpa/inet.h>
 #include <fcntl.h>
+#include <netinet/in.h>
 #include <pty.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -22,6 +25,23 @@
 extern char** environ;
 
 namespace havrel::testing {
+
+// A TCP socket bound to 127.0.0.1:port (0: any free port) the way a listener binds it, or -1.
+// Not inherited by the programs the test starts.
+inline int boundSocket(std::uint16_t port) {
+    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    int one = 1;
+    ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof(one));
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(port);
+    if (::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
+        ::close(fd);
+        return -1;
+    }
+    return fd;
+}
 
 class Process {
 public:

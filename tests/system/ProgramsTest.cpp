@@ -30,23 +30,6 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-// A TCP socket bound to 127.0.0.1:port (0: any free port) the way a listener binds it, or -1.
-// Not inherited by the programs the test starts.
-int boundSocket(std::uint16_t port) {
-    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    int one = 1;
-    ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof(one));
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(port);
-    if (::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
-        ::close(fd);
-        return -1;
-    }
-    return fd;
-}
-
 // A port nothing listens on right now.
 std::uint16_t freePort() {
     const int fd = boundSocket(0);
