@@ -6,10 +6,7 @@
 #include "central/HVConnectionTypeConfiguration.hpp"
 #include "central/HVProductData.hpp"
 #include "core/HavrelCoreBaseMac.hpp"
-#include "midi_service/HVMIDIManager.hpp"
-#include "midi_service/HVMIDIOutputMonitor.hpp"
 #include "musical_output/HVStepOutput.hpp"
-#include "musical_output/HVTempoPositionForwarder.hpp"
 #include "backends/midi_loopback/LoopbackMIDIBackend.hpp"
 #ifdef HAVREL_HAS_ALSA_BACKEND
 #include "backends/midi_alsa/AlsaMIDIBackend.hpp"
@@ -26,6 +23,7 @@
 #include "transport/bluetooth/RNCentralBluetoothManager.hpp"
 #include "transport/usb/HVCentralUSBManager.hpp"
 #include "backends/bluetooth_bluez/BluezBluetoothPlatform.hpp"
+#include "CentralMIDI.hpp"
 #include "CoreStatusSources.hpp"
 #include "StatusService.hpp"
 
@@ -167,8 +165,9 @@ int main(int argc, char** argv) {
     // This thread runs the main queue, which is the MIDI library's main queue too.
     installMIDILibraryServices();
 #ifdef HAVREL_HAS_ALSA_BACKEND
+    std::shared_ptr<MIDIIO::AlsaMIDIServer> alsa;
     if (chooseBackend(options.midiBackend) == MIDIIO::AlsaMIDIBackend::name) {
-        MIDIIO::AlsaMIDIBackend::install();
+        alsa = MIDIIO::AlsaMIDIBackend::install();
     } else {
         MIDIIO::LoopbackMIDIBackend::install();
     }
@@ -195,26 +194,36 @@ int main(int argc, char** argv) {
     auto configuration = HVConnectionTypeConfiguration::defaultConfiguration();
     configuration->productToSendOut = options.product;
     configuration->hardwareMIDIEnabled = options.hardwareMIDI;
-    auto midi = HVMIDIManager::initSharedWithConnectionConfiguration(configuration);
-    // Musical time: running step sequences are heard on the virtual output, and the tempo and
-    // position of incoming MIDI clock go back to the USB clients.
-    auto stepOutput = HVStepOutput::install(HVSequencePlayer::shared(), HVClock::shared());
-    auto tempoForwarder = HVTempoPositionForwarder::install(midi);
-
     // The print is written on a thread of its own: a stdout that nobody reads costs dropped
     // lines, never a stalled MIDI receive queue or memory.
-    std::unique_ptr<HVMIDIOutputMonitor> monitor;
     std::shared_ptr<DescriptorLineWriter> printer;
+    CentralMIDI::Options midiOptions;
+    midiOptions.configuration = configuration;
+    midiOptions.fallbackPlatform = [] { return MIDIIO::LoopbackMIDIBackend::create(); };
     if (options.printMIDI) {
         printer = std::make_shared<DescriptorLineWriter>(STDOUT_FILENO, "--print-midi");
-        monitor = HVMIDIOutputMonitor::start("havrel-central monitor", midi->outputName(),
-                                             [printer](const std::string& line) { printer->write(line); });
+        midiOptions.printLine = [printer](const std::string& line) { printer->write(line); };
     }
+    CentralMIDI midi(std::move(midiOptions));
+#ifdef HAVREL_HAS_ALSA_BACKEND
+    if (alsa) {
+        alsa->setLostHandler([&midi](const std::string& reason) {
+            MainQueue::shared().post([&midi, reason] { midi.platformLost("ALSA sequencer: " + reason); });
+        });
+    }
+    alsa.reset();
+#endif
+    // Musical time: running step sequences are heard on the virtual output (through whichever
+    // MIDI service is current).
+    auto stepOutput = HVStepOutput::install(HVSequencePlayer::shared(), HVClock::shared());
 
     std::unique_ptr<StatusService> status;
     if (options.statusPort != 0) {
-        status = StatusService::start({options.statusPort, options.statusControl, midi->outputName()},
+        status = StatusService::start({options.statusPort, options.statusControl, midi.service()->outputName()},
                                       CoreStatusSources::create());
+    }
+    if (status) {
+        midi.addRebuiltHandler([&status] { status->restartMonitor(); });
     }
 
     auto& mainQueue = MainQueue::shared();
@@ -236,19 +245,15 @@ int main(int argc, char** argv) {
     if (bluetoothScanner) {
         bluetoothScanner->invalidate();
     }
-    monitor.reset();
-    if (printer && printer->droppedCount() > 0) {
-        logf("havrel-central: --print-midi dropped {} lines", printer->droppedCount());
-    }
-    printer.reset();
     status.reset();
     HVCentralUSBManager::resetShared();
     RNCentralBluetoothManager::resetShared();
     RNBluetoothPlatform::setShared(nullptr);
-    midi->stopTimers();
-    if (midi->midiManager()) {
-        midi->midiManager()->removeAll();
+    midi.stop();
+    if (printer && printer->droppedCount() > 0) {
+        logf("havrel-central: --print-midi dropped {} lines", printer->droppedCount());
     }
+    printer.reset();
     mainQueue.poll();
     const auto sequences = HVSequenceManager::sharedInstance();
     logf("havrel-central: playback timer started {} times, fired {} times", sequences->timerStarts(),

@@ -39,21 +39,28 @@ std::unique_ptr<StatusService> StatusService::start(const Options& options, std:
     service->logSink_ = std::make_shared<StatusLogSink>(setLogSink(nullptr), service->model_);
     setLogSink(service->logSink_);
 
-    if (!options.monitoredOutput.empty()) {
-        service->monitor_ = HVMIDIOutputMonitor::startWithEvents(
-            "havrel-central status", options.monitoredOutput,
-            [weakModel](const std::string& endpoint, const MIDICore::MIDIEvent& event) {
-                if (auto model = weakModel.lock()) {
-                    model->addMonitorEvent(endpoint, event);
-                }
-            });
-    }
+    service->monitoredOutput_ = options.monitoredOutput;
+    service->restartMonitor();
     StatusService* self = service.get();
     service->timer_ = Timer::scheduled(MainQueue::shared(), std::chrono::milliseconds(1000 / kUpdatesPerSecond), true,
                                        [self] { self->tick(); });
     logf("havrel-central: status page at http://127.0.0.1:{}/ ({})", service->port_,
          options.allowControl ? "changes allowed" : "read-only");
     return service;
+}
+
+void StatusService::restartMonitor() {
+    monitor_.reset();
+    if (monitoredOutput_.empty()) {
+        return;
+    }
+    std::weak_ptr<StatusModel> weakModel = model_;
+    monitor_ = HVMIDIOutputMonitor::startWithEvents(
+        "havrel-central status", monitoredOutput_, [weakModel](const std::string& endpoint, const MIDICore::MIDIEvent& event) {
+            if (auto model = weakModel.lock()) {
+                model->addMonitorEvent(endpoint, event);
+            }
+        });
 }
 
 StatusService::~StatusService() {

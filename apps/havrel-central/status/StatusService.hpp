@@ -36,6 +36,8 @@ public:
     StatusServer& server() { return *server_; }
     // One turn of the update timer.
     void tick();
+    // Starts the monitor again on the process's MIDI platform (after the host changed it).
+    void restartMonitor();
     // State messages broadcast so far (greetings not counted).
     std::uint64_t statesSent() const { return statesSent_; }
 
@@ -47,6 +49,7 @@ private:
 
     std::shared_ptr<StatusModel> model_;
     std::unique_ptr<StatusServer> server_;
+    std::string monitoredOutput_;
     std::unique_ptr<HVMIDIOutputMonitor> monitor_;
     std::shared_ptr<LogSink> logSink_;
     std::shared_ptr<Timer> timer_;

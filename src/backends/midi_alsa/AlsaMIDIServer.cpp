@@ -191,6 +191,27 @@ void AlsaMIDIServer::fail(const std::string& line) {
     }
 }
 
+void AlsaMIDIServer::lose(const std::string& reason) {
+    LostHandler handler;
+    {
+        std::lock_guard lock(mutex_);
+        handler = lostHandler_;
+    }
+    if (!handler) {
+        fail("ALSA sequencer went away: " + reason);
+        return;
+    }
+    OSStatus expected = noErr;
+    if (status_.compare_exchange_strong(expected, kMIDIServerStartErr)) {
+        handler(reason);
+    }
+}
+
+void AlsaMIDIServer::setLostHandler(LostHandler handler) {
+    std::lock_guard lock(mutex_);
+    lostHandler_ = std::move(handler);
+}
+
 // --- Queries of the sequencer. ---
 
 std::vector<AlsaMIDIServer::ClientView> AlsaMIDIServer::otherClients() const {
@@ -762,7 +783,7 @@ void AlsaMIDIServer::receiveLoop() {
             if (errno == EINTR) {
                 continue;
             }
-            fail(std::string("ALSA sequencer: waiting for events failed: ") + std::strerror(errno));
+            lose(std::string("waiting for events failed: ") + std::strerror(errno));
             return;
         }
         if (stopping_) {
@@ -780,7 +801,7 @@ void AlsaMIDIServer::receiveLoop() {
                 break;  // an overrun loses events, not the sequencer
             }
             if (result < 0) {
-                fail("ALSA sequencer went away: " + errorText(result));
+                lose(errorText(result));
                 return;
             }
             if (event != nullptr) {

@@ -23,7 +23,8 @@
 // Received events and notifications are handled on the server's own receive thread, which
 // calls the blocks without the server's lock held. Events become packet lists, or event lists
 // at the receiver's protocol; lists sent become sequencer events, delivered at once. A sequencer
-// that cannot be opened, or that fails while running, gives one log line; from then on the
+// that cannot be opened, or that fails while running, gives one log line (or, when it fails
+// while running and a lost handler is set, a call of that handler instead); from then on the
 // operations answer with an error status.
 
 #include "MIDIIO/MIDINetworkSessionSettings.hpp"
@@ -31,6 +32,7 @@
 #include "backends/midi_alsa/AlsaTranslator.hpp"
 
 #include <atomic>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -63,6 +65,12 @@ public:
     int sequencerClient() const { return self_; }
     // The sequencer address (client, port) of an endpoint or port reference, if it names one.
     static std::optional<std::pair<int, int>> addressOf(MIDIObjectRef ref);
+
+    // Called once, on the receive thread, with the reason, when the sequencer fails while
+    // running (our client removed, the device gone); never on an orderly end. The handler then
+    // says so in place of this server's log line.
+    using LostHandler = std::function<void(const std::string& reason)>;
+    void setLostHandler(LostHandler handler);
 
     // The unique ID formed from names, as described above.
     static MIDIUniqueID uniqueIDFromNames(const std::string& clientName, const std::string& portName,
@@ -215,6 +223,8 @@ private:
     void notify(const std::vector<MIDINotificationMessage>& messages);
     // Logs the failure (once) and makes every operation answer with an error.
     void fail(const std::string& line);
+    // The same for a failure while running, told to the lost handler where there is one.
+    void lose(const std::string& reason);
 
     _snd_seq* seq_ = nullptr;
     int self_ = -1;
@@ -229,6 +239,7 @@ private:
 
     mutable std::mutex mutex_;
     std::string clientName_;
+    LostHandler lostHandler_;
     std::uint32_t lastClient_ = 0;
     std::vector<Notify> notifies_;
     std::map<int, OwnPort> ownPorts_;
