@@ -30,6 +30,13 @@ std::shared_ptr<HVHandoffMarker> HVHandoffMarker::create() {
 
 HVHandoffMarker::HVHandoffMarker() : queue_(SerialQueue::create("com.havrelapps.handoff.marker")) {}
 
+HVHandoffMarker::~HVHandoffMarker() {
+    if (writePending_) {
+        writeNow();
+    }
+    queue_->sync([] {});
+}
+
 void HVHandoffMarker::markConnection() {
     date_ = currentDateText();
     if (writePending_) {

@@ -24,6 +24,9 @@ public:
 
     static std::shared_ptr<HVHandoffMarker> create();
     HVHandoffMarker();
+    // A write still waiting for its second is made now, and the writes under way are finished,
+    // so the marker of the last connection survives the program's end.
+    ~HVHandoffMarker();
 
     // Marks a connection now: written at once, or a second after the previous write.
     void markConnection();
