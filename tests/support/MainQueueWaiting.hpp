@@ -1,6 +1,7 @@
 #pragma once
-// Runs the shared main queue (on its steady clock) until a condition holds, for tests whose
-// work waits on real socket I/O. Bounded: false once the timeout has passed.
+// Runs the shared main queue until a condition holds, for tests whose work waits on real socket
+// I/O, in turns of `step` (of the manual clock, where the queue has one). Bounded: false once the
+// timeout has passed on the wall clock.
 
 #include "platform/MainQueue.hpp"
 
@@ -10,13 +11,14 @@
 namespace havrel::testing {
 
 inline bool runMainQueueUntil(const std::function<bool()>& condition,
-                              std::chrono::milliseconds timeout = std::chrono::seconds(10)) {
+                              std::chrono::milliseconds timeout = std::chrono::seconds(10),
+                              std::chrono::milliseconds step = std::chrono::milliseconds(5)) {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     while (!condition()) {
         if (std::chrono::steady_clock::now() >= deadline) {
             return false;
         }
-        MainQueue::shared().runFor(std::chrono::milliseconds(5));
+        MainQueue::shared().runFor(step);
     }
     return true;
 }

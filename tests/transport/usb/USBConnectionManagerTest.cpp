@@ -391,9 +391,17 @@ TEST(HVCentralUSBManagerTest, APeerThatStopsReadingIsClosedAtTheQueueBoundOrAtTh
     // and the deadline closes the channel.
     ASSERT_TRUE(runMainQueueUntil([&] { return !channels.empty(); }));
     peer.accept();
+    const std::weak_ptr<TNChannel> stalled = channels.front();
     channels.front()->sendFrameOfType(TNFrameTypeConfigurationDataFromCentral, 0,
                                       std::make_shared<const Bytes>(kTNChannelMaximumQueuedWriteBytes / 2), nullptr);
-    ASSERT_TRUE(runMainQueueUntil([&] { return channels.empty(); }));
+    // The deadline's 5 s of manual clock in turns of 100 ms, so that a sanitized build gets there
+    // in time too; the check comes before a reconnected channel could reach a deadline of its own.
+    ASSERT_TRUE(runMainQueueUntil(
+        [&] {
+            const auto channel = stalled.lock();
+            return !channel || !channel->isConnected();
+        },
+        std::chrono::seconds(60), std::chrono::milliseconds(100)));
     EXPECT_EQ(capture.count("a ping waits unwritten for 5 s — closing channel"), 1u);
     EXPECT_EQ(capture.count("the peer is not reading"), 1u);
 
