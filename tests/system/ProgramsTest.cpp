@@ -170,6 +170,9 @@ TEST_F(ProgramsTest, TheDeviceOfEachDaemonThatComesAndGoesPlays) {
         SCOPED_TRACE(round);
         const std::uint16_t tunnelPort = freePort();
         auto client = sim("sim" + std::to_string(round), "set fader " + values[round] + "; wait 0.2", tunnelPort);
+        // The app is open when the cable goes in: the first connect of the Attached message finds it.
+        ASSERT_TRUE(waitUntil([&] { return client->err().find("waiting for the Central") != std::string::npos; }))
+            << client->err();
         {
             UsbmuxStandIn daemon(socket);
             daemon.attachDevice(static_cast<std::int64_t>(round + 1), tunnelPort);
