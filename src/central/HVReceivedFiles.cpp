@@ -9,11 +9,7 @@
 
 #include <fmt/format.h>
 
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
-#include <fcntl.h>
-#include <unistd.h>
 
 namespace havrel {
 
@@ -67,10 +63,6 @@ std::string cutAtCharacter(const std::string& text, std::size_t limit) {
     return text.substr(0, end);
 }
 
-std::string errorText(const char* what) {
-    return fmt::format("{}: {}", what, std::strerror(errno));
-}
-
 }  // namespace
 
 std::shared_ptr<HVReceivedFiles> HVReceivedFiles::shared() {
@@ -117,49 +109,7 @@ std::string HVReceivedFiles::plainFileName(std::string_view name) {
 }
 
 HVReceivedFiles::Result HVReceivedFiles::writeWithoutReplacing(const std::filesystem::path& location, ByteView bytes) {
-    const std::filesystem::path folder = location.has_parent_path() ? location.parent_path() : ".";
-    const std::filesystem::path name = location.filename();
-    if (name.empty() || name == "." || name == "..") {
-        return {std::nullopt, "no file name"};
-    }
-    std::error_code error;
-    std::filesystem::create_directories(folder, error);
-    if (error) {
-        return {std::nullopt, "cannot create " + folder.string() + ": " + error.message()};
-    }
-    std::string temporary = (folder / ".havrel-receiving-XXXXXX").string();
-    const int fd = ::mkostemp(temporary.data(), O_CLOEXEC);
-    if (fd < 0) {
-        return {std::nullopt, errorText("cannot create a file")};
-    }
-    if (auto failure = writeDurablyAndClose(fd, bytes)) {
-        ::unlink(temporary.c_str());
-        return {std::nullopt, "cannot write: " + *failure};
-    }
-    const std::string stem = name.stem().string();
-    const std::string extension = name.extension().string();
-    for (int attempt = 1; attempt <= kMaximumNameAttempts; ++attempt) {
-        const auto candidate =
-            folder / (attempt == 1 ? name.string() : fmt::format("{} ({}){}", stem, attempt, extension));
-        if (::renameat2(AT_FDCWD, temporary.c_str(), AT_FDCWD, candidate.c_str(), RENAME_NOREPLACE) == 0) {
-            return {candidate, {}};
-        }
-        if (errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP) {
-            // A file system that cannot rename without replacing: a hard link fails the same way
-            // on a taken name.
-            if (::link(temporary.c_str(), candidate.c_str()) == 0) {
-                ::unlink(temporary.c_str());
-                return {candidate, {}};
-            }
-        }
-        if (errno != EEXIST) {
-            Result failed{std::nullopt, errorText("cannot name the file")};
-            ::unlink(temporary.c_str());
-            return failed;
-        }
-    }
-    ::unlink(temporary.c_str());
-    return {std::nullopt, fmt::format("no free name for {} after {} tries", name.string(), kMaximumNameAttempts)};
+    return writeNewFile(location, bytes, kMaximumNameAttempts);
 }
 
 void HVReceivedFiles::write(std::shared_ptr<const Bytes> gzipData, const std::filesystem::path& location,

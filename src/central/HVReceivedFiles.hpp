@@ -7,6 +7,7 @@
 //
 // Calls and completions on the main queue.
 
+#include "platform/DurableWrite.hpp"
 #include "platform/Types.hpp"
 
 #include <cstddef>
@@ -43,10 +44,7 @@ public:
     static constexpr std::size_t kMaximumBytesWaiting = 128u * 1024 * 1024;
 
     // The written path, or the reason nothing was written.
-    struct Result {
-        std::optional<std::filesystem::path> written;
-        std::string error;
-    };
+    using Result = NewFile;
     using Completion = std::function<void(const Result&)>;
 
     static std::shared_ptr<HVReceivedFiles> shared();

@@ -1,8 +1,7 @@
 #include "central/RNCentral.hpp"
 
 #include "central/HVOptionalStringFields.hpp"
-
-#include <unistd.h>
+#include "platform/NetworkInterfaces.hpp"
 
 #include <array>
 #include <utility>
@@ -34,13 +33,7 @@ std::shared_ptr<RNCentral> RNCentral::localCentralWithVersion(const std::string&
     return central;
 }
 
-std::string RNCentral::localName() {
-    std::array<char, 256> name{};
-    if (::gethostname(name.data(), name.size() - 1) != 0 || name[0] == '\0') {
-        return "localhost";
-    }
-    return std::string(name.data());
-}
+std::string RNCentral::localName() { return hostName().value_or("localhost"); }
 
 std::shared_ptr<RNCentral> RNCentral::initFromDictionary(const Dictionary& dictionary) {
     auto central = create();

@@ -2,6 +2,7 @@
 // Writing a new file so that it is on the disk when the call returns.
 
 #include <cstdint>
+#include <filesystem>
 #include <optional>
 #include <span>
 #include <string>
@@ -11,5 +12,15 @@ namespace havrel {
 // Writes every byte to the open file, flushes it to the disk and closes it (also on failure).
 // An error text on failure. Blocks: never on the main queue for outside data.
 std::optional<std::string> writeDurablyAndClose(int fd, std::span<const std::uint8_t> bytes);
+
+// The written path, or the reason nothing was written.
+struct NewFile {
+    std::optional<std::filesystem::path> written;
+    std::string error;
+};
+// Writes the bytes durably to a temporary file in the location's folder (made when missing),
+// then gives it the location's name, or "stem (N).ext" for the first free N up to
+// maximumNames; never replaces a file. Blocks.
+NewFile writeNewFile(const std::filesystem::path& location, std::span<const std::uint8_t> bytes, int maximumNames);
 
 }  // namespace havrel

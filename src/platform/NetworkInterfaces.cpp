@@ -5,6 +5,7 @@
 #include <net/if_arp.h>
 #include <netdb.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <array>
 #include <memory>
@@ -54,6 +55,14 @@ std::optional<std::vector<NetworkInterfaceEntry>> readNetworkInterfaces() {
         entries.push_back(std::move(record));
     }
     return entries;
+}
+
+std::optional<std::string> hostName() {
+    std::array<char, 256> name{};
+    if (::gethostname(name.data(), name.size() - 1) != 0 || name[0] == '\0') {
+        return std::nullopt;
+    }
+    return std::string(name.data());
 }
 
 }  // namespace havrel

@@ -25,4 +25,7 @@ struct NetworkInterfaceEntry {
 // Every entry in the system's order; none when the list cannot be read.
 std::optional<std::vector<NetworkInterfaceEntry>> readNetworkInterfaces();
 
+// The machine's host name; none when the system gives none.
+std::optional<std::string> hostName();
+
 }  // namespace havrel

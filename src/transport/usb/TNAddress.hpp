@@ -1,7 +1,7 @@
 #pragma once
-// A copy of a peer's socket address.
+// A copy of a peer's socket address: an IPv4 or IPv6 address and a port.
 
-#include <sys/socket.h>
+#include <asio/ip/tcp.hpp>
 
 #include <cstdint>
 #include <optional>
@@ -11,26 +11,23 @@ namespace havrel {
 
 class TNAddress {
 public:
-    // Copies length bytes of the address (at most a sockaddr_storage); the address is required.
-    TNAddress(const sockaddr* address, socklen_t length);
+    explicit TNAddress(const asio::ip::tcp::endpoint& endpoint) : endpoint_(endpoint) {}
     // An IPv4 address and port, both in host order.
     static TNAddress ipv4(std::uint32_t address, std::uint16_t port);
 
-    // The numeric host text of an IPv4 or IPv6 address; nothing for other kinds or no address.
+    // The numeric host text; nothing when it cannot be given.
     std::optional<std::string> name() const;
-    // The port in host order; 0 without an address.
-    std::uint16_t port() const;
-    // "<name>:<port>", "(null)" for a name that cannot be given, or "(?)" without an address.
+    // The port in host order.
+    std::uint16_t port() const { return endpoint_.port(); }
+    // "<name>:<port>", "(null)" for a name that cannot be given.
     std::string description() const;
 
-    const struct sockaddr* address() const { return reinterpret_cast<const struct sockaddr*>(&storage_); }
-    socklen_t length() const { return length_; }
+    const asio::ip::tcp::endpoint& endpoint() const { return endpoint_; }
 
-    bool operator==(const TNAddress& other) const;
+    bool operator==(const TNAddress& other) const { return endpoint_ == other.endpoint_; }
 
 private:
-    sockaddr_storage storage_{};
-    socklen_t length_ = 0;
+    asio::ip::tcp::endpoint endpoint_;
 };
 
 }  // namespace havrel

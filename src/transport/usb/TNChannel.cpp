@@ -327,7 +327,7 @@ bool TNChannel::acceptIncomingConnection(ListeningSource& source) {
                                           newChannel->socketCleanup(shared_from_this()));
     newChannel->setConnState(kConnStateConnected);
     newChannel->setDispatchChannel(stream);
-    const TNAddress address(peer.data(), static_cast<socklen_t>(peer.size()));
+    const TNAddress address(peer);
     auto delegate = delegate_;
     delegate->ioFrameChannelDidAcceptConnection(shared_from_this(), newChannel, address);
     TNOptionalError startError;

@@ -1,12 +1,11 @@
 #include "transport/usb/TNStreamChannel.hpp"
 
+#include "platform/SocketDescriptor.hpp"
+
 #include <asio/buffer.hpp>
 #include <asio/error.hpp>
 #include <asio/post.hpp>
 #include <asio/write.hpp>
-
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -32,33 +31,20 @@ int errorNumberOf(const std::error_code& error) {
 std::shared_ptr<TNStreamChannel> TNStreamChannel::createWithDescriptor(WorkQueue& queue, int fileDescriptor,
                                                                        CleanupHandler cleanup, int* errorNumber) {
     auto fail = [&](int number) -> std::shared_ptr<TNStreamChannel> {
-        if (fileDescriptor >= 0) {
-            ::close(fileDescriptor);
-        }
+        closeDescriptor(fileDescriptor);
         if (errorNumber != nullptr) {
             *errorNumber = number;
         }
         return nullptr;
     };
-    if (fileDescriptor < 0) {
-        return fail(EBADF);
-    }
-    int domain = 0;
-    int type = 0;
-    socklen_t length = sizeof domain;
-    if (::getsockopt(fileDescriptor, SOL_SOCKET, SO_DOMAIN, &domain, &length) != 0) {
-        return fail(errno);
-    }
-    length = sizeof type;
-    if (::getsockopt(fileDescriptor, SOL_SOCKET, SO_TYPE, &type, &length) != 0) {
-        return fail(errno);
-    }
-    if (type != SOCK_STREAM) {
-        return fail(EPROTOTYPE);
+    int why = 0;
+    const auto domain = streamSocketDomain(fileDescriptor, why);
+    if (!domain) {
+        return fail(why);
     }
     Socket socket(queue.context());
     std::error_code error;
-    socket.assign(asio::generic::stream_protocol(domain, 0), fileDescriptor, error);
+    socket.assign(asio::generic::stream_protocol(*domain, 0), fileDescriptor, error);
     if (error) {
         return fail(errorNumberOf(error));
     }
