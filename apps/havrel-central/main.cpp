@@ -189,7 +189,8 @@ int main(int argc, char** argv) {
     usbOptions.useUSBHub = !options.noUsbmux;
     HVCentralUSBManager::instantiateWithProductToSendOut(options.product, kVersion, usbOptions);
     auto bluetoothScanner = startBluetooth(options);
-    HavrelCoreBaseMac::instantiateWithProductToSendOut(options.product, kVersion, kAPIVersion);
+    HavrelCoreBaseMac::instantiateWithProductToSendOut(options.product, kVersion, kAPIVersion,
+                                                       HavrelCoreBaseMac::MIDIService::fromHost);
 
     auto configuration = HVConnectionTypeConfiguration::defaultConfiguration();
     configuration->productToSendOut = options.product;

@@ -15,12 +15,14 @@ std::atomic<bool> initiated{false};
 }  // namespace
 
 void HavrelCoreBaseMac::instantiateWithProductToSendOut(const std::string& product, const std::string& version,
-                                                        const std::string& apiVersion) {
+                                                        const std::string& apiVersion, MIDIService midiService) {
     (void)apiVersion;
     HVCentralConnectionManager::instantiateWithProductToSendOut(product, version);
-    auto configuration = HVConnectionTypeConfiguration::create();
-    configuration->productToSendOut = product;
-    HVMIDIManager::initSharedMinimalWithConnectionConfiguration(configuration);
+    if (midiService == MIDIService::minimal) {
+        auto configuration = HVConnectionTypeConfiguration::create();
+        configuration->productToSendOut = product;
+        HVMIDIManager::initSharedMinimalWithConnectionConfiguration(configuration);
+    }
     initiated = true;
 }
 

@@ -14,8 +14,12 @@ public:
     // minimal form (one virtual output named after the product) with a configuration whose
     // switches are all off, and routes control traffic to it. The API version is accepted and
     // not used. Calling it again starts everything afresh.
+    // A host that sets up the full MIDI service itself says so (fromHost), and no MIDI client is
+    // started here only to be replaced.
+    enum class MIDIService { minimal, fromHost };
     static void instantiateWithProductToSendOut(const std::string& product, const std::string& version,
-                                                const std::string& apiVersion);
+                                                const std::string& apiVersion,
+                                                MIDIService midiService = MIDIService::minimal);
     // False until the first instantiate has finished.
     static bool isInitiated();
 };

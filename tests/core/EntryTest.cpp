@@ -88,6 +88,14 @@ TEST_F(EntryTest, OneCallBringsUpTheRegistryAndAVirtualOutputThatCarriesClientPo
     ASSERT_NE(cc, nullptr);
     EXPECT_EQ(cc->controller.number(), UInt7(7));
     EXPECT_EQ(cc->value().midi1Value(), UInt7(127));
+
+    // A host with a MIDI service of its own: the registry starts afresh, no MIDI client does.
+    midi->stopTimers();
+    HVMIDIManager::setShared(nullptr);
+    HavrelCoreBaseMac::instantiateWithProductToSendOut("Havrel Host", "3.2", "9.9",
+                                                       HavrelCoreBaseMac::MIDIService::fromHost);
+    EXPECT_EQ(HVCentralConnectionManager::sharedInstance()->productToSendOut(), "Havrel Host");
+    EXPECT_EQ(HVMIDIManager::shared(), nullptr);
 }
 
 }  // namespace
