@@ -4,6 +4,7 @@
 #include "midi_service/HVMIDIOutputMonitor.hpp"
 #include "musical_output/HVTempoPositionForwarder.hpp"
 #include "platform/Log.hpp"
+#include "platform/MainQueue.hpp"
 
 namespace havrel {
 
@@ -49,6 +50,16 @@ void CentralMIDI::platformLost(const std::string& reason) {
     for (const auto& handler : rebuiltHandlers_) {
         handler();
     }
+}
+
+std::function<void(const std::string& reason)> CentralMIDI::lossHandler() {
+    return [self = std::weak_ptr<CentralMIDI*>(self_)](const std::string& reason) {
+        MainQueue::shared().post([self, reason] {
+            if (const auto live = self.lock()) {
+                (*live)->platformLost(reason);
+            }
+        });
+    };
 }
 
 void CentralMIDI::stop() {

@@ -48,6 +48,9 @@ public:
     // do nothing. Main queue.
     void platformLost(const std::string& reason);
     bool isOnFallback() const { return onFallback_; }
+    // What the lost platform calls, on any thread: it hands the loss to the main queue, where it
+    // reaches this object while it lives.
+    std::function<void(const std::string& reason)> lossHandler();
 
     const std::shared_ptr<HVMIDIManager>& service() const { return service_; }
     // Orderly end: timers stopped, the print's monitor gone, endpoints disposed of; a loss
@@ -65,6 +68,7 @@ private:
     std::vector<std::function<void()>> rebuiltHandlers_;
     bool onFallback_ = false;
     bool stopped_ = false;
+    std::shared_ptr<CentralMIDI*> self_ = std::make_shared<CentralMIDI*>(this);
 };
 
 }  // namespace havrel

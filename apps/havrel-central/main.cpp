@@ -35,6 +35,8 @@
 #include <csignal>
 #include <filesystem>
 #include <iostream>
+#include <memory>
+#include <optional>
 #include <string>
 
 namespace {
@@ -85,7 +87,6 @@ std::shared_ptr<havrel::Timer> startBluetooth(const Options& options) {
     });
 }
 
-// The MIDI backend to use, with the reason, on one stderr line.
 // The backend to run on, with one line on standard error saying which and why: the one asked
 // for where it can run, else the ALSA sequencer where its device opens, else the loopback server.
 std::string chooseBackend(const std::string& requested) {
@@ -115,11 +116,9 @@ std::string chooseBackend(const std::string& requested) {
 #endif
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-    using namespace havrel;
-    Options options;
+// The options, from the command line. Nothing when the program is to exit at once (help,
+// version, a bad option), with the exit code.
+std::optional<int> parseOptions(int argc, char** argv, Options& options, bool& receiveFolderGiven) {
     CLI::App app{"havrel-central: turns Havrel client devices into MIDI"};
     app.set_version_flag("--version", std::string("havrel-central ") + kVersion);
     app.add_option("--product", options.product, "product name; the MIDI endpoints are \"<product> Output\" and \"<product> Input\"")
@@ -144,8 +143,18 @@ int main(int argc, char** argv) {
         "--receive-folder", options.receiveFolder,
         "folder for files from clients when no one answers on a terminal (default: the download folder's "
         "Havrel; \"\": refuse them)");
-    CLI11_PARSE(app, argc, argv);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error);
+    }
+    receiveFolderGiven = receiveFolder->count() > 0;
+    return std::nullopt;
+}
 
+// The log, the defaults store and the prompts.
+void startServices(const Options& options, bool receiveFolderGiven) {
+    using namespace havrel;
     // Everything but the MIDI print goes to stderr.
     // quiet drops every line, info keeps the connection and error lines, diag keeps all.
     setLogLevel(logLevelFromName(options.logLevel).value_or(LogLevel::info));
@@ -157,76 +166,73 @@ int main(int argc, char** argv) {
     }
     TerminalHostPrompts::Options promptOptions;
     promptOptions.output = &std::cerr;
-    if (*receiveFolder) {
+    if (receiveFolderGiven) {
         promptOptions.saveFolder = std::filesystem::path(options.receiveFolder);
     }
     HostPrompts::setShared(std::make_shared<TerminalHostPrompts>(promptOptions));
+}
 
+// Installs the MIDI backend; the ALSA server when that is the one, so that its loss can be
+// followed.
+std::shared_ptr<MIDIIO::MIDIPlatform> installMIDIBackend(const Options& options) {
     // This thread runs the main queue, which is the MIDI library's main queue too.
-    installMIDILibraryServices();
+    havrel::installMIDILibraryServices();
 #ifdef HAVREL_HAS_ALSA_BACKEND
-    std::shared_ptr<MIDIIO::AlsaMIDIServer> alsa;
     if (chooseBackend(options.midiBackend) == MIDIIO::AlsaMIDIBackend::name) {
-        alsa = MIDIIO::AlsaMIDIBackend::install();
-    } else {
-        MIDIIO::LoopbackMIDIBackend::install();
+        return MIDIIO::AlsaMIDIBackend::install();
     }
 #else
     chooseBackend(options.midiBackend);
-    MIDIIO::LoopbackMIDIBackend::install();
 #endif
+    MIDIIO::LoopbackMIDIBackend::install();
+    return nullptr;
+}
 
+// The product, the USB transport with the host's options, and the registry.
+void startCore(const Options& options) {
+    using namespace havrel;
     auto product = HVProductData::create();
     product->name = options.product;
     product->versionToSendOut = kVersion;
     product->apiVersionToSendOut = kAPIVersion;
     HVProductData::setSharedInstance(product);
-
     // The USB transport is made once per process; made here first, it takes the host's options,
     // and the registry made by the entry finds it.
     HVCentralUSBManager::Options usbOptions;
     usbOptions.localPort = options.localPort;
     usbOptions.useUSBHub = !options.noUsbmux;
     HVCentralUSBManager::instantiateWithProductToSendOut(options.product, kVersion, usbOptions);
-    auto bluetoothScanner = startBluetooth(options);
-    HavrelCoreBaseMac::instantiateWithProductToSendOut(options.product, kVersion, kAPIVersion,
-                                                       HavrelCoreBaseMac::MIDIService::fromHost);
+}
 
-    auto configuration = HVConnectionTypeConfiguration::defaultConfiguration();
-    configuration->productToSendOut = options.product;
-    configuration->hardwareMIDIEnabled = options.hardwareMIDI;
-    // The print is written on a thread of its own: a stdout that nobody reads costs dropped
-    // lines, never a stalled MIDI receive queue or memory.
-    std::shared_ptr<DescriptorLineWriter> printer;
+// The MIDI side; when the ALSA sequencer goes away under it, it goes on with the loopback server.
+std::unique_ptr<havrel::CentralMIDI> startMIDI(const Options& options,
+                                               const std::shared_ptr<MIDIIO::MIDIPlatform>& alsa,
+                                               const std::shared_ptr<havrel::DescriptorLineWriter>& printer) {
+    using namespace havrel;
     CentralMIDI::Options midiOptions;
-    midiOptions.configuration = configuration;
+    midiOptions.configuration = HVConnectionTypeConfiguration::defaultConfiguration();
+    midiOptions.configuration->productToSendOut = options.product;
+    midiOptions.configuration->hardwareMIDIEnabled = options.hardwareMIDI;
     midiOptions.fallbackPlatform = [] { return MIDIIO::LoopbackMIDIBackend::create(); };
-    if (options.printMIDI) {
-        printer = std::make_shared<DescriptorLineWriter>(STDOUT_FILENO, "--print-midi");
+    if (printer) {
         midiOptions.printLine = [printer](const std::string& line) { printer->write(line); };
     }
-    CentralMIDI midi(std::move(midiOptions));
+    auto midi = std::make_unique<CentralMIDI>(std::move(midiOptions));
 #ifdef HAVREL_HAS_ALSA_BACKEND
-    if (alsa) {
-        alsa->setLostHandler([&midi](const std::string& reason) {
-            MainQueue::shared().post([&midi, reason] { midi.platformLost("ALSA sequencer: " + reason); });
+    if (auto server = std::dynamic_pointer_cast<MIDIIO::AlsaMIDIServer>(alsa)) {
+        server->setLostHandler([lost = midi->lossHandler()](const std::string& reason) {
+            lost("ALSA sequencer: " + reason);
         });
     }
-    alsa.reset();
+#else
+    (void)alsa;
 #endif
-    // Musical time: running step sequences are heard on the virtual output (through whichever
-    // MIDI service is current).
-    auto stepOutput = HVStepOutput::install(HVSequencePlayer::shared(), HVClock::shared());
+    return midi;
+}
 
-    std::unique_ptr<StatusService> status;
-    if (options.statusPort != 0) {
-        status = StatusService::start({options.statusPort, options.statusControl, midi.service()->outputName()},
-                                      CoreStatusSources::create());
-    }
-    if (status) {
-        midi.addRebuiltHandler([&status] { status->restartMonitor(); });
-    }
-
+// Runs the main queue until SIGINT or SIGTERM.
+void runUntilSignal(const Options& options) {
+    using namespace havrel;
     auto& mainQueue = MainQueue::shared();
     asio::signal_set signals(mainQueue.context(), SIGINT, SIGTERM);
     signals.async_wait([&mainQueue](const std::error_code& error, int signalNumber) {
@@ -238,11 +244,45 @@ int main(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);
     logf("havrel-central {} running: product \"{}\", local path 127.0.0.1:{}, usbmux {}", kVersion, options.product,
          options.localPort, options.noUsbmux ? "off" : "on");
-
     mainQueue.run();
+    signals.cancel();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    using namespace havrel;
+    Options options;
+    bool receiveFolderGiven = false;
+    if (const auto exitCode = parseOptions(argc, argv, options, receiveFolderGiven)) {
+        return *exitCode;
+    }
+    startServices(options, receiveFolderGiven);
+    auto alsa = installMIDIBackend(options);
+    startCore(options);
+    auto bluetoothScanner = startBluetooth(options);
+    HavrelCoreBaseMac::instantiateWithProductToSendOut(options.product, kVersion, kAPIVersion,
+                                                       HavrelCoreBaseMac::MIDIService::fromHost);
+    // The print is written on a thread of its own: a stdout that nobody reads costs dropped
+    // lines, never a stalled MIDI receive queue or memory.
+    auto printer = options.printMIDI ? std::make_shared<DescriptorLineWriter>(STDOUT_FILENO, "--print-midi") : nullptr;
+    auto midi = startMIDI(options, alsa, printer);
+    alsa.reset();
+    // Musical time: running step sequences are heard on the virtual output (through whichever
+    // MIDI service is current).
+    auto stepOutput = HVStepOutput::install(HVSequencePlayer::shared(), HVClock::shared());
+    std::unique_ptr<StatusService> status;
+    if (options.statusPort != 0) {
+        status = StatusService::start({options.statusPort, options.statusControl, midi->service()->outputName()},
+                                      CoreStatusSources::create());
+    }
+    if (status) {
+        midi->addRebuiltHandler([&status] { status->restartMonitor(); });
+    }
+
+    runUntilSignal(options);
 
     // Orderly shutdown: sockets closed, endpoints disposed of, the defaults store written.
-    signals.cancel();
     if (bluetoothScanner) {
         bluetoothScanner->invalidate();
     }
@@ -250,12 +290,12 @@ int main(int argc, char** argv) {
     HVCentralUSBManager::resetShared();
     RNCentralBluetoothManager::resetShared();
     RNBluetoothPlatform::setShared(nullptr);
-    midi.stop();
+    midi->stop();
     if (printer && printer->droppedCount() > 0) {
         logf("havrel-central: --print-midi dropped {} lines", printer->droppedCount());
     }
     printer.reset();
-    mainQueue.poll();
+    MainQueue::shared().poll();
     const auto sequences = HVSequenceManager::sharedInstance();
     logf("havrel-central: playback timer started {} times, fired {} times", sequences->timerStarts(),
          sequences->timerFires());

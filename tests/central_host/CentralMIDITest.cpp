@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace havrel {
@@ -67,7 +68,9 @@ TEST_F(CentralMIDITest, ALostPlatformIsReplacedOnceAndTheServicePrintAndSendsGoO
     first->sendWithController(7, 64, 0, true);
     ASSERT_TRUE(delivered([&] { return printed() == 1; }));
 
-    midi.platformLost("client removed");
+    // The loss is told on the backend's own thread, once more on the main queue.
+    std::thread([lost = midi.lossHandler()] { lost("client removed"); }).join();
+    ASSERT_TRUE(delivered([&] { return midi.isOnFallback(); }));
     midi.platformLost("client removed");
     EXPECT_EQ(fallbacksMade, 1);
     EXPECT_EQ(rebuilt, 1);
@@ -89,6 +92,23 @@ TEST_F(CentralMIDITest, ALostPlatformIsReplacedOnceAndTheServicePrintAndSendsGoO
     midi.stop();
     midi.platformLost("late");
     EXPECT_EQ(fallbacksMade, 1);
+}
+
+TEST_F(CentralMIDITest, ALossToldAfterTheMIDISideHasGoneReachesNothing) {
+    CentralMIDI::Options options;
+    options.configuration = HVConnectionTypeConfiguration::create();
+    int fallbacksMade = 0;
+    options.fallbackPlatform = [&] {
+        ++fallbacksMade;
+        return MIDIIO::LoopbackMIDIServer::create();
+    };
+    auto midi = std::make_unique<CentralMIDI>(options);
+    const auto lost = midi->lossHandler();
+    midi->stop();
+    midi.reset();
+    lost("gone");
+    delivered([] { return true; });
+    EXPECT_EQ(fallbacksMade, 0);
 }
 
 }  // namespace
