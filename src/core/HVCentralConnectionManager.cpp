@@ -198,9 +198,7 @@ void HVCentralConnectionManager::HVCentralUSBManagerDidConnectToDeviceID(HVCentr
     }
     client->deviceID = deviceID;
     if (!checkVersionForClient(*client)) {
-        if (auto delegate = usbDelegate.lock()) {
-            delegate->HVCentralConnectionManagerDidRefuseToConnectUSBClient(this, client);
-        }
+        tellRefused(client);
         return;
     }
     client->deviceID = deviceID;
@@ -223,9 +221,15 @@ void HVCentralConnectionManager::refuseUndescribedUSBClient(const std::shared_pt
     if (!alreadyConnectedToDeviceID(client->deviceID)) {
         addRecord(client, channel);
     }
+    tellRefused(client);
+}
+
+void HVCentralConnectionManager::tellRefused(const std::shared_ptr<RNClient>& client) {
     if (auto delegate = usbDelegate.lock()) {
         delegate->HVCentralConnectionManagerDidRefuseToConnectUSBClient(this, client);
     }
+    NotificationCenter::defaultCenter().post(
+        Notification{HVCentralConnectionManagerDidRefuseUSBClientNotification, this, Dictionary::object(), client});
 }
 
 void HVCentralConnectionManager::addRecord(const std::shared_ptr<RNClient>& client,
@@ -288,6 +292,8 @@ void HVCentralConnectionManager::HVCentralUSBManagerDidDisconnectFromDeviceID(HV
     if (auto delegate = usbDelegate.lock()) {
         delegate->HVCentralConnectionManagerDidDisconnectFromUSBClient(this, client);
     }
+    NotificationCenter::defaultCenter().post(
+        Notification{HVCentralConnectionManagerDidDisconnectUSBClientNotification, this, Dictionary::object(), client});
     NotificationCenter::defaultCenter().post(HVHandoffMacClientDisconnectedNotification);
 }
 

@@ -26,6 +26,13 @@ class TNChannel;
 inline constexpr const char* HVHandoffMacClientConnectedNotification = "HVHandoffMacClientConnectedNotification";
 inline constexpr const char* HVHandoffMacClientDisconnectedNotification =
     "HVHandoffMacClientDisconnectedNotification";
+// What the USB delegate hears, also posted for any number of observers (the delegate slot holds
+// one), with the client as the notification's object (std::shared_ptr<RNClient>; nullptr when a
+// device that left had no record). Main queue, right after the delegate's call.
+inline constexpr const char* HVCentralConnectionManagerDidRefuseUSBClientNotification =
+    "HVCentralConnectionManagerDidRefuseUSBClientNotification";
+inline constexpr const char* HVCentralConnectionManagerDidDisconnectUSBClientNotification =
+    "HVCentralConnectionManagerDidDisconnectUSBClientNotification";
 // The defaults key of the date of the last connection, an ISO-8601 text in UTC.
 inline constexpr const char* kLastConnectedAtKey = "com.havrelapps.handoff.lastConnectedAt";
 
@@ -110,6 +117,8 @@ private:
     // refused, until its device leaves.
     void refuseUndescribedUSBClient(const std::shared_ptr<RNUSBClient>& client,
                                     const std::shared_ptr<TNChannel>& channel);
+    // Tells the USB delegate and the observers of a refused client.
+    void tellRefused(const std::shared_ptr<RNClient>& client);
     void addRecord(const std::shared_ptr<RNClient>& client, const std::shared_ptr<TNChannel>& channel);
     // Removes and returns the record the channel made, or nullptr.
     std::shared_ptr<RNClient> takeRecordOfChannel(const std::shared_ptr<TNChannel>& channel);

@@ -36,15 +36,21 @@ std::shared_ptr<CoreStatusSources> CoreStatusSources::create() {
                                self->transmitting_.insert(clientOf(notification));
                            }
                        });
-    center.addObserver(sources.get(), HVCentralTransmissionManagerStoppedTransmitting, nullptr,
+    // A client stops transmitting when its indicator goes down and when it leaves.
+    for (const char* name : {HVCentralTransmissionManagerStoppedTransmitting,
+                             HVCentralConnectionManagerDidDisconnectUSBClientNotification}) {
+        center.addObserver(sources.get(), name, nullptr, [weak](const Notification& notification) {
+            if (auto self = weak.lock()) {
+                self->transmitting_.erase(clientOf(notification));
+            }
+        });
+    }
+    center.addObserver(sources.get(), HVCentralConnectionManagerDidRefuseUSBClientNotification, nullptr,
                        [weak](const Notification& notification) {
-                           if (auto self = weak.lock()) {
-                               self->transmitting_.erase(clientOf(notification));
+                           if (auto self = weak.lock(); self && clientOf(notification)) {
+                               self->addRefusal(*clientOf(notification));
                            }
                        });
-    if (auto registry = HVCentralConnectionManager::sharedInstance(); registry && registry->usbDelegate.expired()) {
-        registry->usbDelegate = sources;
-    }
     return sources;
 }
 
@@ -195,23 +201,12 @@ std::string CoreStatusSources::setTempo(double bpm) {
     return "";
 }
 
-void CoreStatusSources::HVCentralConnectionManagerDidConnectToUSBClient(HVCentralConnectionManager*,
-                                                                        const std::shared_ptr<RNClient>&) {}
-
-void CoreStatusSources::HVCentralConnectionManagerDidDisconnectFromUSBClient(HVCentralConnectionManager*,
-                                                                             const std::shared_ptr<RNClient>& client) {
-    if (client) {
-        transmitting_.erase(client.get());
-    }
-}
-
-void CoreStatusSources::HVCentralConnectionManagerDidRefuseToConnectUSBClient(HVCentralConnectionManager*,
-                                                                              const std::shared_ptr<RNClient>& client) {
+void CoreStatusSources::addRefusal(const RNClient& client) {
     // A record the registry keeps (no description) is shown from the registry's list.
-    if (!client || client->state == RNClientStateRefused) {
+    if (client.state == RNClientStateRefused) {
         return;
     }
-    StatusClient status = describe(*client);
+    StatusClient status = describe(client);
     status.state = "refused";
     status.reason = "its API version " + status.apiVersion + " is newer than this Central's " + kCentralAPIVersion;
     refusals_.push_back(std::move(status));

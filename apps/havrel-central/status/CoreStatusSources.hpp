@@ -9,7 +9,6 @@
 
 #include "StatusSources.hpp"
 
-#include "core/HVCentralConnectionManagerUSBDelegate.hpp"
 
 #include <deque>
 #include <memory>
@@ -17,14 +16,14 @@
 
 namespace havrel {
 
-class CoreStatusSources final : public StatusSources,
-                                public HVCentralConnectionManagerUSBDelegate,
-                                public std::enable_shared_from_this<CoreStatusSources> {
+class RNClient;
+
+class CoreStatusSources final : public StatusSources, public std::enable_shared_from_this<CoreStatusSources> {
 public:
     static constexpr std::size_t kRefusalsKept = 8;
 
-    // Follows the transmission indicator and, where the registry has no USB delegate yet,
-    // becomes it.
+    // Follows the transmission indicator and the registry's notifications of USB clients that
+    // leave or are refused (the registry's delegate slot stays the host's).
     static std::shared_ptr<CoreStatusSources> create();
     ~CoreStatusSources() override;
 
@@ -40,15 +39,10 @@ public:
     std::string setClockRunning(bool running) override;
     std::string setTempo(double bpm) override;
 
-    void HVCentralConnectionManagerDidConnectToUSBClient(HVCentralConnectionManager* manager,
-                                                         const std::shared_ptr<RNClient>& client) override;
-    void HVCentralConnectionManagerDidDisconnectFromUSBClient(HVCentralConnectionManager* manager,
-                                                              const std::shared_ptr<RNClient>& client) override;
-    void HVCentralConnectionManagerDidRefuseToConnectUSBClient(HVCentralConnectionManager* manager,
-                                                               const std::shared_ptr<RNClient>& client) override;
 
 private:
     static StatusClient describe(const RNClient& client);
+    void addRefusal(const RNClient& client);
     std::set<const RNClient*> transmitting_;
     std::deque<StatusClient> refusals_;
 };
