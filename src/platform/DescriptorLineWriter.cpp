@@ -54,22 +54,31 @@ void DescriptorLineWriter::dropped(std::uint64_t count) {
 }
 
 void DescriptorLineWriter::run() {
+    // Every line waiting goes out in one write: under load a round carries many lines, so the
+    // descriptor costs one system call a round rather than one a line.
+    std::deque<std::string> taken;
+    std::string text;
     std::unique_lock lock(mutex_);
     for (;;) {
         wake_.wait(lock, [this] { return stopping_ || !pending_.empty(); });
         if (pending_.empty()) {
             return;  // stopping, and everything is out
         }
-        std::string text = std::move(pending_.front());
-        pending_.pop_front();
+        std::swap(taken, pending_);
         const bool last = stopping_;
         lock.unlock();
-        // While stalled, and at the end, a line goes only if the descriptor takes it at once.
+        text.clear();
+        for (const auto& line : taken) {
+            text += line;
+        }
+        const std::uint64_t lines = taken.size();
+        taken.clear();
+        // While stalled, and at the end, lines go only if the descriptor takes them at once.
         const auto timeout = stalled_ || last ? std::chrono::milliseconds(0) : kStallTimeout;
         if (writeAll(text, timeout)) {
             stalled_ = false;
         } else {
-            dropped(1);
+            dropped(lines);
             if (!stalled_) {
                 stalled_ = true;
                 logf("{}: the output is not being read; dropping lines until it is", name_);
