@@ -2,15 +2,21 @@
 // stand-in (the local path carries one client only), each sending range frames at a fixed rate
 // to its own fader (controller 7 on its own channel). havrel-central runs as a child process
 // with the MIDI print on; every midi-out line is matched to the client's send that caused it.
+// With --page the status page is open during the run: a WebSocket reader takes and parses every
+// state, as a browser does.
 //
-//   bench_central_load [--clients N] [--rate POSITIONS_PER_SECOND] [--seconds S]
+//   bench_central_load [--clients N] [--rate POSITIONS_PER_SECOND] [--seconds S] [--page]
+//                      [--status-port P] [--log-level L] [--status-control] [--hardware-midi]
 //
+// The havrel-central options are passed on; --status-port 0 runs it without the page.
 // Reports, per run: messages sent and received (lost = sent - received), messages a second,
-// latency from the client's write to the midi-out line (p50, p99, max, in microseconds), and
-// the resident set of havrel-central after start, before any client.
+// latency from the client's write to the midi-out line (p50, p99, max, in microseconds), the
+// resident set of havrel-central after start (before any client) and at the end of the traffic,
+// and with --page what the page received.
 
 #include "BenchSupport.hpp"
 #include "FrameWriting.hpp"
+#include "StatusPageReader.hpp"
 #include "../tests/central/RangeCommandBuilders.hpp"
 #include "model/HVEncodedConfiguration.hpp"
 #include "platform/Log.hpp"
@@ -30,6 +36,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <CLI/CLI.hpp>
+
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -41,6 +49,7 @@
 #include <fstream>
 #include <iostream>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -59,6 +68,13 @@ struct Options {
     int clients = 1;
     double rate = 2400;
     double seconds = 10;
+    bool page = false;
+    // Passed on to havrel-central. The status port defaults to a free one (the program's own
+    // default may be taken on a desktop that runs it).
+    std::optional<std::uint16_t> statusPort;
+    std::string logLevel = "quiet";
+    bool statusControl = false;
+    bool hardwareMIDI = false;
 };
 
 int listenOnLoopback(std::uint16_t& port) {
@@ -115,17 +131,27 @@ std::size_t residentKilobytes(pid_t pid) {
 
 int main(int argc, char** argv) {
     Options options;
-    for (int i = 1; i + 1 < argc; i += 2) {
-        const std::string name = argv[i];
-        if (name == "--clients") options.clients = std::max(1, std::atoi(argv[i + 1]));
-        else if (name == "--rate") options.rate = std::max(1.0, std::atof(argv[i + 1]));
-        else if (name == "--seconds") options.seconds = std::max(0.1, std::atof(argv[i + 1]));
-        else {
-            std::cerr << "usage: bench_central_load [--clients N] [--rate R] [--seconds S]\n";
-            return 2;
-        }
+    CLI::App app{"bench_central_load: simulated client devices at a fixed rate against havrel-central"};
+    app.add_option("--clients", options.clients, "client devices, one channel each")
+        ->check(CLI::Range(1, 16))
+        ->capture_default_str();
+    app.add_option("--rate", options.rate, "positions a second, per client")
+        ->check(CLI::Range(1.0, 1e6))
+        ->capture_default_str();
+    app.add_option("--seconds", options.seconds, "length of the traffic")->check(CLI::Range(0.1, 1e5))->capture_default_str();
+    app.add_flag("--page", options.page, "hold the status page open and read every state during the run");
+    app.add_option("--status-port", options.statusPort, "havrel-central: port of the status page; 0 turns it off "
+                                                        "(default: a free port)");
+    app.add_option("--log-level", options.logLevel, "havrel-central: quiet, info or diag")
+        ->check(CLI::IsMember({"quiet", "info", "diag"}))
+        ->capture_default_str();
+    app.add_flag("--status-control", options.statusControl, "havrel-central: let the page make changes");
+    app.add_flag("--hardware-midi", options.hardwareMIDI, "havrel-central: send to hardware destinations as well");
+    CLI11_PARSE(app, argc, argv);
+    if (options.page && options.statusPort == std::uint16_t{0}) {
+        std::cerr << "bench_central_load: --page needs the status page (--status-port other than 0)\n";
+        return 2;
     }
-    options.clients = std::min(options.clients, 16);  // one channel a client
     setLogSink(std::make_shared<CaptureLogSink>());
 
     char pattern[] = "/tmp/havrel-load-XXXXXX";
@@ -146,10 +172,18 @@ int main(int argc, char** argv) {
     if (::pipe2(pipeFds, O_CLOEXEC) != 0) return 1;
     std::uint16_t unusedPort = 0;
     const int unused = listenOnLoopback(unusedPort);
+    if (!options.statusPort) {
+        std::uint16_t port = 0;
+        ::close(listenOnLoopback(port));
+        options.statusPort = port;
+    }
     ::close(unused);
     std::vector<std::string> words = {HAVREL_CENTRAL_PROGRAM, "--midi-backend", "loopback", "--print-midi",
-                                      "--local-port", std::to_string(unusedPort), "--log-level", "quiet",
+                                      "--local-port", std::to_string(unusedPort), "--log-level", options.logLevel,
+                                      "--status-port", std::to_string(*options.statusPort),
                                       "--config-dir", (folder / "config").string()};
+    if (options.statusControl) words.push_back("--status-control");
+    if (options.hardwareMIDI) words.push_back("--hardware-midi");
     std::vector<char*> argvCentral;
     for (auto& word : words) argvCentral.push_back(word.data());
     argvCentral.push_back(nullptr);
@@ -201,6 +235,12 @@ int main(int argc, char** argv) {
         writeAll(client->fd, frame(TNFrameTypeSyncData, client->document()));
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    std::unique_ptr<bench::StatusPageReader> page;
+    if (options.page) {
+        page = std::make_unique<bench::StatusPageReader>(*options.statusPort);
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    }
+    const std::size_t startRSS = residentKilobytes(central);
 
     // Traffic: each client alternates between two positions that map to different values.
     const Bytes positions[2] = {
@@ -233,6 +273,9 @@ int main(int argc, char** argv) {
     for (auto& sender : senders) sender.join();
     const double elapsed = std::chrono::duration<double>(Clock::now() - start).count();
     std::this_thread::sleep_for(std::chrono::seconds(1));
+    const std::size_t endRSS = residentKilobytes(central);
+    const auto pageCounts = page ? page->counts() : bench::StatusPageReader::Counts{};
+    page.reset();
 
     ::kill(central, SIGTERM);
     int status = 0;
@@ -255,8 +298,18 @@ int main(int argc, char** argv) {
                 static_cast<double>(received) / elapsed);
     std::printf("latency_us p50=%.1f p99=%.1f max=%.1f\n", percentile(all, 0.5), percentile(all, 0.99),
                 all.empty() ? 0.0 : all.back());
-    std::printf("havrel-central idle RSS=%zu kB, exit status %d\n", idleRSS,
+    std::printf("havrel-central RSS idle=%zu kB start=%zu kB end=%zu kB (end - start %+lld kB), exit status %d\n",
+                idleRSS, startRSS, endRSS, static_cast<long long>(endRSS) - static_cast<long long>(startRSS),
                 WIFEXITED(status) ? WEXITSTATUS(status) : -1);
+    if (options.page) {
+        std::printf("page: %s, states=%llu bytes=%llu monitor entries=%llu, monitor dropped=%llu log dropped=%llu%s%s\n",
+                    pageCounts.opened ? "open" : "never opened", static_cast<unsigned long long>(pageCounts.states),
+                    static_cast<unsigned long long>(pageCounts.bytes),
+                    static_cast<unsigned long long>(pageCounts.monitorEntries),
+                    static_cast<unsigned long long>(pageCounts.monitorDropped),
+                    static_cast<unsigned long long>(pageCounts.logDropped), pageCounts.error.empty() ? "" : ", ",
+                    pageCounts.error.c_str());
+    }
     std::filesystem::remove_all(folder);
     return sent == received ? 0 : 1;
 }

@@ -54,27 +54,41 @@ void DescriptorLineWriter::dropped(std::uint64_t count) {
 }
 
 void DescriptorLineWriter::run() {
+    // The lines waiting go out together, whole lines in writes of at most kChunkBytes: under
+    // load a write carries many lines rather than one, and a pipe that polls writable takes
+    // such a write without blocking.
+    std::deque<std::string> taken;
+    std::string text;
     std::unique_lock lock(mutex_);
     for (;;) {
         wake_.wait(lock, [this] { return stopping_ || !pending_.empty(); });
         if (pending_.empty()) {
             return;  // stopping, and everything is out
         }
-        std::string text = std::move(pending_.front());
-        pending_.pop_front();
+        std::swap(taken, pending_);
         const bool last = stopping_;
         lock.unlock();
-        // While stalled, and at the end, a line goes only if the descriptor takes it at once.
-        const auto timeout = stalled_ || last ? std::chrono::milliseconds(0) : kStallTimeout;
-        if (writeAll(text, timeout)) {
-            stalled_ = false;
-        } else {
-            dropped(1);
-            if (!stalled_) {
-                stalled_ = true;
-                logf("{}: the output is not being read; dropping lines until it is", name_);
+        std::size_t next = 0;
+        while (next < taken.size()) {
+            text.clear();
+            std::size_t lines = 0;
+            while (next < taken.size() && (lines == 0 || text.size() + taken[next].size() <= kChunkBytes)) {
+                text += taken[next++];
+                ++lines;
+            }
+            // While stalled, and at the end, lines go only if the descriptor takes them at once.
+            const auto timeout = stalled_ || last ? std::chrono::milliseconds(0) : kStallTimeout;
+            if (writeAll(text, timeout)) {
+                stalled_ = false;
+            } else {
+                dropped(lines);
+                if (!stalled_) {
+                    stalled_ = true;
+                    logf("{}: the output is not being read; dropping lines until it is", name_);
+                }
             }
         }
+        taken.clear();
         lock.lock();
     }
 }

@@ -1,7 +1,8 @@
 #pragma once
 // Writes lines to a file descriptor (standard output, say) on a thread of its own, so that no
 // caller ever waits for the descriptor. A caller copies the line into a bounded buffer and
-// returns; when the buffer is full the line is dropped and counted. The writer never blocks on
+// returns; when the buffer is full the line is dropped and counted. The writer takes the whole
+// buffer at a time, so at most twice its capacity is held. The writer never blocks on
 // the descriptor for long either: a line that cannot be written within kStallTimeout (nobody
 // reads the pipe, the terminal is stopped) is dropped and counted, and so is every line while
 // the descriptor stays unwritable. The first drop of each stall is told in one log line.
@@ -22,6 +23,8 @@ namespace havrel {
 class DescriptorLineWriter {
 public:
     static constexpr std::chrono::milliseconds kStallTimeout{100};
+    // The most one write carries (a pipe's atomic write); a longer line goes alone.
+    static constexpr std::size_t kChunkBytes = 4096;
 
     // name: what the log line calls the output ("--print-midi").
     DescriptorLineWriter(int fileDescriptor, std::string name, std::size_t capacity = 4096);

@@ -218,7 +218,8 @@ TEST_F(CoreStatusSourcesTest, AnOpenPageGetsAtMostTwentyStatesASecond) {
 
     // A message leaves every millisecond for a second: twenty states, one per 50 ms.
     for (int ms = 0; ms < 1000; ++ms) {
-        service->model().addMonitorBytes("Havrel Output", {0xB0, 7, static_cast<std::uint8_t>(ms % 128)});
+        const std::uint8_t cc[] = {0xB0, 7, static_cast<std::uint8_t>(ms % 128)};
+        service->model().addMonitorBytes(cc);
         clock_.advance(milliseconds(1));
     }
     EXPECT_EQ(service->statesSent(), 20u);

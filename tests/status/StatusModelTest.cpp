@@ -8,6 +8,9 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <thread>
+
 namespace havrel::testing {
 namespace {
 
@@ -96,7 +99,7 @@ TEST(StatusModelTest, DecodesEachKindOfMessage) {
         {{0x40, 0x40}, "other", 0, ""},  // a data byte where the status belongs
     };
     for (const auto& testCase : cases) {
-        const auto entry = StatusModel::decode(testCase.bytes);
+        const auto entry = StatusModel::decode(std::span<const std::uint8_t>(testCase.bytes));
         EXPECT_EQ(entry.kind, testCase.kind);
         EXPECT_EQ(entry.channel, testCase.channel) << testCase.kind;
         EXPECT_EQ(entry.values, testCase.values) << testCase.kind;
@@ -109,8 +112,10 @@ TEST(StatusModelTest, StatesCarryWhatIsNewAndTheRingsKeepTheirBounds) {
     sources->alertList.push_back({"10:00:00", "Update required.", "text"});
     sources->fileList.push_back({"song (2).mid", 6, "Pad", "10:00:01"});
     StatusModel model(sources, false);
+    model.setMonitoredEndpoint("Havrel Output");
     for (int i = 0; i < 250; ++i) {
-        model.addMonitorBytes("Havrel Output", {0xB0, 7, static_cast<std::uint8_t>(i % 128)});
+        const std::uint8_t cc[] = {0xB0, 7, static_cast<std::uint8_t>(i % 128)};
+        model.addMonitorBytes(cc);
         model.addLogLine("line " + std::to_string(i));
     }
     auto full = json::parse(model.state(true));
@@ -123,13 +128,15 @@ TEST(StatusModelTest, StatesCarryWhatIsNewAndTheRingsKeepTheirBounds) {
     ASSERT_EQ(full["monitor"].size(), StatusModel::kMonitorEntries);
     EXPECT_EQ(full["monitor"][0]["seq"], 51);  // the oldest 50 have gone
     EXPECT_EQ(full["monitor"].back()["values"], "cc 7 value 121");
+    EXPECT_EQ(full["monitor"].back()["endpoint"], "Havrel Output");
     ASSERT_EQ(full["log"].size(), StatusModel::kLogLines);
     EXPECT_EQ(full["log"].back()["line"], "line 249");
 
     // A full state moves nothing: the next partial one still has everything; then only news.
     EXPECT_EQ(json::parse(model.state(false))["monitor"].size(), StatusModel::kMonitorEntries);
     EXPECT_TRUE(json::parse(model.state(false))["monitor"].empty());
-    model.addMonitorBytes("Havrel Output", {0x90, 61, 99});
+    const std::uint8_t noteOn[] = {0x90, 61, 99};
+    model.addMonitorBytes(noteOn);
     auto partial = json::parse(model.state(false));
     ASSERT_EQ(partial["monitor"].size(), 1u);
     EXPECT_EQ(partial["monitor"][0]["kind"], "note on");
@@ -165,6 +172,59 @@ TEST(StatusModelTest, TheLogSinkKeepsInfoLinesAndPassesEveryLineOn) {
     const auto lines = json::parse(model->state(true))["log"];
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_EQ(lines[0]["line"], "connected");
+}
+
+// The page's side stops draining (a stalled main queue, a slow page) while threads keep sending
+// and logging: every call returns, what does not fit is dropped and counted, and no more than
+// the queues' capacity is ever held. Once the page drains again, new items get through.
+TEST(StatusModelTest, TapsDropAndCountInsteadOfWaitingForThePage) {
+    auto sources = std::make_shared<FakeStatusSources>();
+    auto model = std::make_shared<StatusModel>(sources, false);
+    ScopedLogCapture capture(LogLevel::info);
+    auto previous = setLogSink(nullptr);
+    setLogSink(std::make_shared<StatusLogSink>(previous, model));
+
+    constexpr int kThreads = 4;
+    constexpr int kEach = 3000;
+    std::atomic<std::uint64_t> monitorAccepted{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < kEach; ++i) {
+                const std::uint8_t noteOn[] = {0x90, static_cast<std::uint8_t>(t), static_cast<std::uint8_t>(i % 128)};
+                monitorAccepted += model->addMonitorBytes(noteOn) ? 1 : 0;
+                if (i % 10 == 0) {
+                    log("line from thread " + std::to_string(t));
+                }
+            }
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    setLogSink(previous);
+    const std::uint64_t total = kThreads * kEach;
+    const std::uint64_t lines = kThreads * kEach / 10;
+    EXPECT_EQ(monitorAccepted.load(), StatusModel::kMonitorQueued);
+    EXPECT_EQ(model->monitorDropped(), total - StatusModel::kMonitorQueued);
+    EXPECT_EQ(model->logDropped(), lines - StatusModel::kLogQueued);
+    // Every line still reached the sink behind the page's.
+    EXPECT_EQ(capture.count("line from thread"), lines);
+
+    const auto state = json::parse(model->state(false));
+    EXPECT_EQ(state["throughput"]["monitorDropped"], total - StatusModel::kMonitorQueued);
+    EXPECT_EQ(state["throughput"]["logDropped"], lines - StatusModel::kLogQueued);
+    EXPECT_EQ(state["monitor"].size(), StatusModel::kMonitorEntries);
+    EXPECT_EQ(state["log"].size(), StatusModel::kLogLines);
+
+    const std::uint8_t programChange[] = {0xC3, 9};
+    EXPECT_TRUE(model->addMonitorBytes(programChange));
+    EXPECT_TRUE(model->addLogLine(std::string(2000, 'x')));
+    const auto next = json::parse(model->state(false));
+    ASSERT_EQ(next["monitor"].size(), 1u);
+    EXPECT_EQ(next["monitor"][0]["values"], "program 9");
+    EXPECT_EQ(next["log"][0]["line"].get<std::string>().size(), StatusModel::kLogLineBytes);
+    EXPECT_EQ(model->monitorDropped(), total - StatusModel::kMonitorQueued);
 }
 
 }  // namespace

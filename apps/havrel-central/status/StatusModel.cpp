@@ -2,8 +2,10 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <cstring>
 #include <ctime>
 
 namespace havrel {
@@ -33,17 +35,24 @@ const char* systemMessageName(std::uint8_t status) {
 StatusModel::StatusModel(std::shared_ptr<StatusSources> sources, bool controlAllowed)
     : sources_(std::move(sources)), controlAllowed_(controlAllowed) {}
 
-std::string StatusModel::timeNow() {
-    const auto now = std::chrono::system_clock::now();
-    const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
-    const auto millis =
-        std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000;
-    std::tm local{};
-    ::localtime_r(&seconds, &local);
-    return fmt::format("{:02}:{:02}:{:02}.{:03}", local.tm_hour, local.tm_min, local.tm_sec, millis);
+std::int64_t StatusModel::timeNow() {
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now().time_since_epoch())
+        .count();
 }
 
-StatusMonitorEntry StatusModel::decode(const std::vector<std::uint8_t>& bytes) {
+std::string StatusModel::timeOfDay(std::int64_t time) {
+    const std::int64_t second = time / 1'000'000'000;
+    if (second != cachedSecond_) {
+        const auto seconds = static_cast<std::time_t>(second);
+        std::tm local{};
+        ::localtime_r(&seconds, &local);
+        cachedClock_ = fmt::format("{:02}:{:02}:{:02}", local.tm_hour, local.tm_min, local.tm_sec);
+        cachedSecond_ = second;
+    }
+    return fmt::format("{}.{:03}", cachedClock_, (time / 1'000'000) % 1000);
+}
+
+StatusMonitorEntry StatusModel::decode(std::span<const std::uint8_t> bytes) {
     // Channel messages by the high nibble of the status, 0x8 to 0xE. Pitch bend shows its
     // 14-bit value as the first number.
     struct ChannelMessage {
@@ -81,30 +90,68 @@ StatusMonitorEntry StatusModel::decode(const std::vector<std::uint8_t>& bytes) {
     return entry;
 }
 
-void StatusModel::addMonitorEvent(const std::string& endpoint, const MIDICore::MIDIEvent& event) {
-    addMonitorBytes(endpoint, event.midi1RawBytes());
+bool StatusModel::addMonitorEvent(const MIDICore::MIDIEvent& event) {
+    return addMonitorBytes(event.midi1RawBytes());
 }
 
-void StatusModel::addMonitorBytes(const std::string& endpoint, const std::vector<std::uint8_t>& midi1Bytes) {
-    StatusMonitorEntry entry = decode(midi1Bytes);
-    entry.endpoint = endpoint;
-    entry.time = timeNow();
-    std::lock_guard lock(mutex_);
-    entry.sequence = nextMonitorSequence_++;
-    monitor_.push_back(std::move(entry));
+bool StatusModel::addMonitorBytes(std::span<const std::uint8_t> midi1Bytes) {
+    const std::int64_t time = timeNow();
+    return monitorQueue_.pushWith([&](MonitorItem& item) {
+        item.time = time;
+        item.size = static_cast<std::uint32_t>(midi1Bytes.size());
+        for (std::size_t i = 0; i < sizeof(item.bytes); ++i) {
+            item.bytes[i] = i < midi1Bytes.size() ? midi1Bytes[i] : 0;
+        }
+    });
+}
+
+bool StatusModel::addLogLine(std::string_view line) {
+    const std::int64_t time = timeNow();
+    return logQueue_.pushWith([&](LogItem& item) {
+        item.time = time;
+        item.size = static_cast<std::uint32_t>(std::min(line.size(), sizeof(item.text)));
+        std::memcpy(item.text, line.data(), item.size);
+    });
+}
+
+std::size_t StatusModel::drain() {
+    // Only the newest kMonitorEntries of a drain can be kept: the older ones are taken out of
+    // the queue and passed over without being decoded.
+    std::size_t taken = 0;
+    std::vector<MonitorItem>& recent = drainScratch_;
+    recent.resize(kMonitorEntries);
+    std::size_t count = 0;
+    MonitorItem item{};
+    while (monitorQueue_.pop(item)) {
+        recent[count % kMonitorEntries] = item;
+        ++count;
+    }
+    taken += count;
+    nextMonitorSequence_ += count > kMonitorEntries ? count - kMonitorEntries : 0;
+    for (std::size_t i = count > kMonitorEntries ? count - kMonitorEntries : 0; i < count; ++i) {
+        const MonitorItem& queued = recent[i % kMonitorEntries];
+        const std::size_t stored = std::min<std::size_t>(queued.size, sizeof(queued.bytes));
+        StatusMonitorEntry entry = decode(std::span<const std::uint8_t>(queued.bytes, stored));
+        if (entry.kind == "sysex") {
+            entry.values = fmt::format("{} bytes", queued.size);
+        }
+        entry.sequence = nextMonitorSequence_++;
+        entry.time = timeOfDay(queued.time);
+        entry.endpoint = monitoredEndpoint_;
+        monitor_.push_back(std::move(entry));
+    }
     while (monitor_.size() > kMonitorEntries) {
         monitor_.pop_front();
     }
-}
-
-void StatusModel::addLogLine(std::string_view line) {
-    LogEntry entry{0, timeNow(), std::string(line.substr(0, 2000))};
-    std::lock_guard lock(mutex_);
-    entry.sequence = nextLogSequence_++;
-    log_.push_back(std::move(entry));
-    while (log_.size() > kLogLines) {
-        log_.pop_front();
+    LogItem line{};
+    while (logQueue_.pop(line)) {
+        ++taken;
+        log_.push_back({nextLogSequence_++, timeOfDay(line.time), std::string(line.text, line.size)});
+        if (log_.size() > kLogLines) {
+            log_.pop_front();
+        }
     }
+    return taken;
 }
 
 void StatusModel::sampleThroughput() {
@@ -115,6 +162,7 @@ void StatusModel::sampleThroughput() {
 }
 
 std::string StatusModel::state(bool full) {
+    drain();
     json clients = json::array();
     for (const auto& client : sources_->clients()) {
         clients.push_back({{"name", client.name},
@@ -152,7 +200,9 @@ std::string StatusModel::state(bool full) {
          {{"rate", sources_->messagesPerSecond()},
           {"last", sources_->lastMessageDescription()},
           {"history", history},
-          {"receivedDropped", sources_->receivedMIDIDropped()}}},
+          {"receivedDropped", sources_->receivedMIDIDropped()},
+          {"monitorDropped", monitorDropped()},
+          {"logDropped", logDropped()}}},
         {"outputs", std::move(outputs)},
         {"alerts", std::move(alerts)},
         {"files", std::move(files)},
@@ -168,7 +218,6 @@ std::string StatusModel::state(bool full) {
     json monitor = json::array();
     json log = json::array();
     {
-        std::lock_guard lock(mutex_);
         const std::uint64_t monitorFrom = full ? 0 : monitorSentUpTo_;
         for (const auto& entry : monitor_) {
             if (entry.sequence > monitorFrom) {

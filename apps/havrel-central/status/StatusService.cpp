@@ -54,11 +54,12 @@ void StatusService::restartMonitor() {
     if (monitoredOutput_.empty()) {
         return;
     }
+    model_->setMonitoredEndpoint(monitoredOutput_);
     std::weak_ptr<StatusModel> weakModel = model_;
     monitor_ = HVMIDIOutputMonitor::startWithEvents(
-        "havrel-central status", monitoredOutput_, [weakModel](const std::string& endpoint, const MIDICore::MIDIEvent& event) {
+        "havrel-central status", monitoredOutput_, [weakModel](const std::string&, const MIDICore::MIDIEvent& event) {
             if (auto model = weakModel.lock()) {
-                model->addMonitorEvent(endpoint, event);
+                model->addMonitorEvent(event);
             }
         });
 }
@@ -76,15 +77,19 @@ StatusService::~StatusService() {
 }
 
 void StatusService::tick() {
-    // With no page open the timer turns once a second, for the throughput samples alone, so an
-    // idle program does not wake twenty times a second; a page's greeting carries the state.
+    // With no page open and nothing in the queues the timer turns once a second, for the
+    // throughput samples alone, so an idle program does not wake twenty times a second; a
+    // page's greeting carries the state. While messages flow the queues are drained at the
+    // page's pace all the same, so they do not fill up and drop while nobody looks.
     const bool watched = server_->connectionCount() > 0;
-    const auto interval = watched ? std::chrono::milliseconds(1000 / kUpdatesPerSecond) : std::chrono::milliseconds(1000);
+    const bool busy = model_->drain() > 0;
+    const auto interval = watched || busy ? std::chrono::milliseconds(1000 / kUpdatesPerSecond)
+                                          : std::chrono::milliseconds(1000);
     if (timer_ && timer_->interval() != interval) {
         timer_->rearm(interval);
         ticks_ = 0;
     }
-    if (!watched || ++ticks_ % kUpdatesPerSecond == 0) {
+    if (interval.count() == 1000 || ++ticks_ % kUpdatesPerSecond == 0) {
         model_->sampleThroughput();
     }
     if (!watched) {

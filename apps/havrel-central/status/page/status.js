@@ -163,6 +163,8 @@ function applyState(state) {
   $("rate").textContent = state.throughput.rate;
   $("last").textContent = state.throughput.last || "—";
   $("received-dropped").textContent = state.throughput.receivedDropped || 0;
+  $("monitor-dropped").textContent = state.throughput.monitorDropped || 0;
+  $("log-dropped").textContent = state.throughput.logDropped || 0;
   history = state.throughput.history.concat([state.throughput.rate]).slice(-60);
   drawPlot();
   renderOutputs(state.outputs, state.control);
