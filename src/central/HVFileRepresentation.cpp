@@ -3,74 +3,29 @@
 #include "model/HVDictionaryReading.hpp"
 #include "platform/Assert.hpp"
 
-#include <array>
+#include <websocketpp/base64/base64.hpp>
+
+#include <algorithm>
 
 namespace havrel {
 
-namespace {
-
-constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-constexpr std::uint8_t kInvalid = 0xFF;
-
-constexpr std::array<std::uint8_t, 256> decodingTable() {
-    std::array<std::uint8_t, 256> table{};
-    table.fill(kInvalid);
-    for (std::uint8_t i = 0; i < 64; ++i) {
-        table[static_cast<unsigned char>(kAlphabet[i])] = i;
-    }
-    return table;
-}
-
-}  // namespace
-
 std::string base64EncodedString(ByteView data) {
-    std::string text;
-    text.reserve((data.size() + 2) / 3 * 4);
-    for (std::size_t i = 0; i < data.size(); i += 3) {
-        const std::size_t remaining = data.size() - i;
-        const std::uint32_t group = (static_cast<std::uint32_t>(data[i]) << 16) |
-                                    (remaining > 1 ? static_cast<std::uint32_t>(data[i + 1]) << 8 : 0) |
-                                    (remaining > 2 ? data[i + 2] : 0);
-        text += kAlphabet[(group >> 18) & 63];
-        text += kAlphabet[(group >> 12) & 63];
-        text += remaining > 1 ? kAlphabet[(group >> 6) & 63] : '=';
-        text += remaining > 2 ? kAlphabet[group & 63] : '=';
-    }
-    return text;
+    return websocketpp::base64_encode(data.data(), data.size());
 }
 
 std::optional<Bytes> base64DecodedData(std::string_view text) {
-    static constexpr auto table = decodingTable();
+    // The library's decoder is lenient (it stops at the first character outside the alphabet and
+    // takes any length): only whole groups, padded at the end alone, are handed to it.
     if (text.size() % 4 != 0) {
         return std::nullopt;
     }
-    Bytes bytes;
-    bytes.reserve(text.size() / 4 * 3);
-    for (std::size_t i = 0; i < text.size(); i += 4) {
-        const bool last = i + 4 == text.size();
-        // Padding only at the end of the last group: "xx==" or "xxx=".
-        const std::size_t padding = last ? (text[i + 3] == '=') + (text[i + 3] == '=' && text[i + 2] == '=') : 0;
-        std::uint32_t group = 0;
-        for (std::size_t j = 0; j < 4; ++j) {
-            if (j >= 4 - padding) {
-                group <<= 6;
-                continue;
-            }
-            const std::uint8_t value = table[static_cast<unsigned char>(text[i + j])];
-            if (value == kInvalid) {
-                return std::nullopt;
-            }
-            group = (group << 6) | value;
-        }
-        bytes.push_back(static_cast<std::uint8_t>(group >> 16));
-        if (padding < 2) {
-            bytes.push_back(static_cast<std::uint8_t>(group >> 8));
-        }
-        if (padding < 1) {
-            bytes.push_back(static_cast<std::uint8_t>(group));
-        }
+    const std::size_t padding = text.ends_with("==") ? 2 : text.ends_with('=') ? 1 : 0;
+    const std::string_view body = text.substr(0, text.size() - padding);
+    if (!std::all_of(body.begin(), body.end(), [](char c) { return websocketpp::is_base64(static_cast<unsigned char>(c)); })) {
+        return std::nullopt;
     }
-    return bytes;
+    const std::string decoded = websocketpp::base64_decode(std::string(text));
+    return Bytes(decoded.begin(), decoded.end());
 }
 
 std::shared_ptr<HVFileRepresentation> HVFileRepresentation::create() {

@@ -17,6 +17,8 @@ TEST(MIDIIOErrorTest, StatusCasesAndErrorTextsFollowTheirTables) {
     EXPECT_EQ(notFound.kind(), MIDIOSStatus::Case::objectNotFound);
     EXPECT_EQ(notFound.description(), "The requested object does not exist. (kMIDIObjectNotFound)");
     EXPECT_EQ(MIDIOSStatus(7).description(), "I/O Error. (kMIDIMsgIOError)");
+    EXPECT_EQ(MIDIOSStatus(-10830).description(), "An invalid MIDIClientRef was passed. (kMIDIInvalidClient)");
+    EXPECT_EQ(MIDIOSStatus(-50).description(), "Internal OSStatus error -50.");
     EXPECT_EQ(MIDIOSStatus::of(MIDIOSStatus::Case::notPermitted).rawValue(), -10844);
     // A number the table does not know keeps its value.
     MIDIOSStatus unknown(-12345);
@@ -25,6 +27,12 @@ TEST(MIDIIOErrorTest, StatusCasesAndErrorTextsFollowTheirTables) {
     EXPECT_EQ(unknown.description(), "Unknown OSStatus error: -12345");
     EXPECT_EQ(MIDIIOError::malformed("bad").description(), "bad");
     EXPECT_STREQ(MIDIIOError::managerNotStarted().what(), "Manager has not yet been started.");
+    EXPECT_EQ(MIDIIOError::connectionError("x").description(), "Connection Error: x");
+    EXPECT_EQ(MIDIIOError::internalInconsistency("y").description(), "Internal inconsistency: y");
+    EXPECT_EQ(CoreMIDIAPIVersion::newCoreMIDI(MIDIProtocolVersion::midi2_0).description(), "New Core MIDI API (MIDI 2.0)");
+    EXPECT_EQ(CoreMIDIAPIVersion::legacyCoreMIDI().midiProtocol(), MIDIProtocolVersion::midi1_0);
+    EXPECT_EQ(MIDIIOObjectProperty::allCases().size(), 45u);
+    EXPECT_EQ(MIDIIOObjectProperty::fromKey("connUniqueID")->displayName(), "Connection Unique ID");
 
     EXPECT_NO_THROW(MIDIIOError::check(noErr));
     try {
@@ -55,7 +63,12 @@ TEST(MIDIEventPacketTest, WordCountAndPacketListSizeLimits) {
             EXPECT_EQ(error.description(), "Universal MIDI Packet cannot be empty.");
         }
         words.push_back(0);
-        EXPECT_THROW(make(words, 0), MIDIInternalError);
+        try {
+            make(words, 0);
+            FAIL() << "65 words";
+        } catch (const MIDIInternalError& error) {
+            EXPECT_EQ(error.description(), "Universal MIDI Packet cannot contain more than 64 UInt32 words.");
+        }
         words.pop_back();
     }
 
@@ -70,6 +83,25 @@ TEST(MIDIEventPacketTest, WordCountAndPacketListSizeLimits) {
         EXPECT_EQ(error.description(), "Legacy MIDI Packet is too large (65544 byte buffer). Maximum size is 65536 bytes.");
     }
     EXPECT_EQ(MIDIInternalError::packetBuildError(std::string("full")).description(), "Error building MIDI Packet. full");
+
+    auto list = makeMIDIPacketList({std::vector<std::uint8_t>(300, 0x01), {0xF8}});
+    auto read = readPacketList(list, nullptr, std::nullopt);
+    ASSERT_EQ(read.size(), 2u);
+    EXPECT_EQ(read[0].bytes.size(), 300u);
+    EXPECT_EQ(read[1].bytes, std::vector<std::uint8_t>{0xF8});
+    EXPECT_EQ(UniversalMIDIPacketData::fromWords(std::vector<std::uint32_t>{0x20903C40}, 0, std::nullopt).bytes,
+              (std::vector<std::uint8_t>{0x20, 0x90, 0x3C, 0x40}));
+    // A list that claims more than it holds yields what fits; a cut event list yields nothing.
+    list[0] = 9;
+    EXPECT_EQ(readPacketList(list, nullptr, std::nullopt).size(), 2u);
+    auto eventList = makeMIDIEventList(MIDIProtocolID::midi1_0, std::vector<std::uint32_t>{0x20903C40}, 3);
+    auto bytes = eventList.bytes();
+    std::vector<std::uint8_t> cut(bytes.begin(), bytes.end() - 1);
+    EXPECT_TRUE(readEventList(cut, nullptr, std::nullopt).second.empty());
+    auto [protocol, universal] = readEventList(bytes, nullptr, std::nullopt);
+    EXPECT_EQ(protocol, MIDIProtocolVersion::midi1_0);
+    ASSERT_EQ(universal.size(), 1u);
+    EXPECT_EQ(universal[0].timeStamp, 3u);
 }
 
 // A store whose values may be integers or text, as a settings file may be.

@@ -164,59 +164,5 @@ TEST(MIDIReceiverTest, LoggingFormsWriteEventsAndBytes) {
     EXPECT_EQ(lines[1], "90 3C 40 timeStamp:5");
 }
 
-TEST(MIDIPacketBuilding, LimitsOfEventPacketsAndPacketLists) {
-    std::vector<std::uint32_t> words(64, 0x10F80000);
-    EXPECT_EQ(makeMIDIEventPacket(words, 1).wordCount, 64u);
-    EXPECT_EQ(makeMIDIEventPacketUsingBuilder(words, 1).rawWords().size(), 64u);
-    words.push_back(0x10F80000);
-    try {
-        makeMIDIEventPacket(words, 1);
-        FAIL();
-    } catch (const MIDIInternalError& error) {
-        EXPECT_EQ(error.description(), "Universal MIDI Packet cannot contain more than 64 UInt32 words.");
-    }
-    EXPECT_THROW(makeMIDIEventPacketUsingBuilder({}, 1), MIDIInternalError);
-    try {
-        makeMIDIPacketList({std::vector<std::uint8_t>(6554, 0x01)});
-        FAIL();
-    } catch (const MIDIInternalError& error) {
-        EXPECT_EQ(error.bufferByteCount(), 65544u);
-        EXPECT_EQ(error.description(), "Legacy MIDI Packet is too large (65544 byte buffer). Maximum size is 65536 bytes.");
-    }
-    EXPECT_EQ(readPacketList(makeMIDIPacketList({std::vector<std::uint8_t>(6553, 0x01)}), nullptr, std::nullopt)[0].bytes.size(), 6553u);
-    auto list = makeMIDIPacketList({std::vector<std::uint8_t>(300, 0x01), {0xF8}});
-    auto read = readPacketList(list, nullptr, std::nullopt);
-    ASSERT_EQ(read.size(), 2u);
-    EXPECT_EQ(read[0].bytes.size(), 300u);
-    EXPECT_EQ(read[1].bytes, std::vector<std::uint8_t>{0xF8});
-    EXPECT_EQ(UniversalMIDIPacketData::fromWords(std::vector<std::uint32_t>{0x20903C40}, 0, std::nullopt).bytes,
-              (std::vector<std::uint8_t>{0x20, 0x90, 0x3C, 0x40}));
-
-    // A list that claims more than it holds yields what fits.
-    list[0] = 9;
-    EXPECT_EQ(readPacketList(list, nullptr, std::nullopt).size(), 2u);
-    auto eventList = makeMIDIEventList(MIDIProtocolID::midi1_0, std::vector<std::uint32_t>{0x20903C40}, 3);
-    auto bytes = eventList.bytes();
-    std::vector<std::uint8_t> cut(bytes.begin(), bytes.end() - 1);
-    EXPECT_TRUE(readEventList(cut, nullptr, std::nullopt).second.empty());
-    auto [protocol, universal] = readEventList(bytes, nullptr, std::nullopt);
-    EXPECT_EQ(protocol, MIDIProtocolVersion::midi1_0);
-    ASSERT_EQ(universal.size(), 1u);
-    EXPECT_EQ(universal[0].timeStamp, 3u);
-}
-
-TEST(MIDIIOErrorTexts, StatusesAndErrorsReadAsTheirTexts) {
-    EXPECT_EQ(MIDIOSStatus(-10830).description(), "An invalid MIDIClientRef was passed. (kMIDIInvalidClient)");
-    EXPECT_EQ(MIDIOSStatus(7).kind(), MIDIOSStatus::Case::ioError);
-    EXPECT_EQ(MIDIOSStatus(-50).description(), "Internal OSStatus error -50.");
-    EXPECT_EQ(MIDIOSStatus(1).description(), "Unknown OSStatus error: 1");
-    EXPECT_EQ(MIDIIOError::connectionError("x").description(), "Connection Error: x");
-    EXPECT_EQ(MIDIIOError::internalInconsistency("y").description(), "Internal inconsistency: y");
-    EXPECT_EQ(CoreMIDIAPIVersion::newCoreMIDI(MIDIProtocolVersion::midi2_0).description(), "New Core MIDI API (MIDI 2.0)");
-    EXPECT_EQ(CoreMIDIAPIVersion::legacyCoreMIDI().midiProtocol(), MIDIProtocolVersion::midi1_0);
-    EXPECT_EQ(MIDIIOObjectProperty::allCases().size(), 45u);
-    EXPECT_EQ(MIDIIOObjectProperty::fromKey("connUniqueID")->displayName(), "Connection Unique ID");
-}
-
 }  // namespace
 }  // namespace MIDIIO::testing

@@ -61,21 +61,7 @@ TEST(StringOperations, LastCharacterAndBinaryText) {
     EXPECT_EQ(binaryStringFromUint8(255), "11111111");
 }
 
-// The shared product is empty unless a test sets one.
-class ProductData : public ::testing::Test {
-protected:
-    void TearDown() override { HVProductData::setSharedInstance(nullptr); }
-};
-
-TEST_F(ProductData, SharedInstanceAndFileTypes) {
-    EXPECT_EQ(HVProductData::sharedInstance(), nullptr);
-    auto product = HVProductData::create();
-    product->name = "Havrel";
-    HVProductData::setSharedInstance(product);
-    EXPECT_EQ(HVProductData::sharedInstance(), product);
-    HVProductData::setSharedInstance(nullptr);
-    EXPECT_EQ(HVProductData::sharedInstance(), nullptr);
-
+TEST(FileType, KeysOfTheWrongKindAreIgnored) {
     // Keys of the wrong kind leave the field as it stands, silently.
     auto fileType = HVFileType::initFromDictionary(Dictionary{{"fileExtension", "hvz"}, {"version", 3}});
     EXPECT_EQ(fileType->fileExtension, "hvz");

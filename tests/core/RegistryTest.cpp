@@ -318,16 +318,5 @@ TEST_F(RegistryTest, DisconnectsAlwaysReachTheHost) {
                                                            "name", "btFinish Pad"}));
 }
 
-TEST_F(RegistryTest, InstantiateReplacesTheSharedRegistry) {
-    auto first = HVCentralConnectionManager::instantiateWithProductToSendOut("A", "1");
-    EXPECT_EQ(HVCentralConnectionManager::sharedInstance(), first);
-    auto second = HVCentralConnectionManager::instantiateWithProductToSendOut("B", "2");
-    EXPECT_NE(second, first);
-    EXPECT_EQ(HVCentralConnectionManager::sharedInstance(), second);
-    EXPECT_EQ(second->productToSendOut(), "B");
-    EXPECT_EQ(second->versionToSendOut(), "2");
-    EXPECT_TRUE(second->clients.empty());
-}
-
 }  // namespace
 }  // namespace havrel

@@ -534,20 +534,6 @@ TEST_F(HVMIDIManagerTest, ClockFromTwoSourcesAtOnceCountsEveryTickOnce) {
     EXPECT_EQ(manager->debugTotalMIDIEventsReceived(), 1u + 2u * ticksPerSource);
 }
 
-TEST(ObserverRemoval, IndicesApplyToTheShrinkingArrayInOrder) {
-    std::vector<HVTempoChangeObservationContainer> observers(4);
-    for (int i = 0; i < 4; ++i) {
-        observers[static_cast<std::size_t>(i)].priority = i;
-    }
-    EXPECT_EQ(removeCollectedObservers(observers, {0, 2}), 0u);
-    ASSERT_EQ(observers.size(), 2u);
-    EXPECT_EQ(observers[0].priority, 1);
-    EXPECT_EQ(observers[1].priority, 2);
-    EXPECT_EQ(removeCollectedObservers(observers, {0, 1}), 1u);
-    ASSERT_EQ(observers.size(), 1u);
-    EXPECT_EQ(observers[0].priority, 2);
-}
-
 TEST_F(ClockTest, ClockFromAnotherApplicationReachesTheParserThroughTheRefresh) {
     auto other = startedManager("Clock Source");
     other->addOutput("Clock Out", "clock", MIDIIO::MIDIIdentifierPersistence::adHoc());

@@ -15,7 +15,11 @@
 // BlueZ, or without an adapter the managers report CBManagerStateUnsupported; an adapter that is
 // off gives CBManagerStatePoweredOff.
 
+#include "backends/bluetooth_bluez/BluezCentralManager.hpp"
+#include "backends/bluetooth_bluez/BluezDescriptor.hpp"
+#include "backends/bluetooth_bluez/BluezPeripheral.hpp"
 #include "backends/bluetooth_bluez/BluezProperties.hpp"
+#include "backends/bluetooth_bluez/BluezService.hpp"
 #include "transport/bluetooth/RNBluetoothPlatform.hpp"
 
 #include <chrono>
@@ -31,153 +35,7 @@
 
 namespace havrel {
 
-class BluezBluetoothPlatform;
-class BluezCentralManager;
 class DBusConnectionThread;
-
-class BluezDescriptor final : public RNBluetoothDescriptor {
-public:
-    BluezDescriptor(std::string path, std::string uuid) : path_(std::move(path)), uuid_(std::move(uuid)) {}
-    std::string UUID() const override { return uuid_; }
-    Bytes value() const override { return value_; }
-    const std::string& path() const { return path_; }
-    void setValue(Bytes value) { value_ = std::move(value); }
-
-private:
-    const std::string path_;
-    const std::string uuid_;
-    Bytes value_;
-};
-
-class BluezCharacteristic final : public RNBluetoothCharacteristic {
-public:
-    BluezCharacteristic(std::string path, std::string uuid) : path_(std::move(path)), uuid_(std::move(uuid)) {}
-    std::string UUID() const override { return uuid_; }
-    Bytes value() const override { return value_; }
-    bool isNotifying() const override { return notifying_; }
-    std::vector<std::shared_ptr<RNBluetoothDescriptor>> descriptors() const override;
-
-    const std::string& path() const { return path_; }
-    void setValue(Bytes value) { value_ = std::move(value); }
-    void setNotifying(bool notifying) { notifying_ = notifying; }
-    std::optional<std::uint16_t> mtu;
-    void addDescriptor(const std::shared_ptr<BluezDescriptor>& descriptor);
-
-private:
-    const std::string path_;
-    const std::string uuid_;
-    Bytes value_;
-    bool notifying_ = false;
-    std::vector<std::shared_ptr<BluezDescriptor>> descriptors_;
-};
-
-class BluezService final : public RNBluetoothService {
-public:
-    BluezService(std::string path, std::string uuid) : path_(std::move(path)), uuid_(std::move(uuid)) {}
-    std::string UUID() const override { return uuid_; }
-    std::vector<std::shared_ptr<RNBluetoothCharacteristic>> characteristics() const override;
-
-    const std::string& path() const { return path_; }
-    const std::vector<std::shared_ptr<BluezCharacteristic>>& bluezCharacteristics() const { return characteristics_; }
-    void addCharacteristic(const std::shared_ptr<BluezCharacteristic>& characteristic);
-
-private:
-    const std::string path_;
-    const std::string uuid_;
-    std::vector<std::shared_ptr<BluezCharacteristic>> characteristics_;
-};
-
-class BluezPeripheral final : public RNBluetoothPeripheral {
-public:
-    BluezPeripheral(std::weak_ptr<BluezBluetoothPlatform> platform, std::string path)
-        : platform_(std::move(platform)), path_(std::move(path)) {}
-
-    // --- RNBluetoothPeripheral ---
-    std::string name() const override;
-    std::int64_t state() const override { return state_; }
-    // The device's address.
-    std::optional<std::string> identifier() const override;
-    std::vector<std::shared_ptr<RNBluetoothService>> services() const override;
-    void discoverServices(const std::optional<std::vector<std::string>>& serviceUUIDs) override;
-    void discoverCharacteristics(const std::shared_ptr<RNBluetoothService>& service) override;
-    void discoverDescriptorsForCharacteristic(const std::shared_ptr<RNBluetoothCharacteristic>& characteristic) override;
-    void readValueForDescriptor(const std::shared_ptr<RNBluetoothDescriptor>& descriptor) override;
-    void setNotifyValue(bool enabled, const std::shared_ptr<RNBluetoothCharacteristic>& characteristic) override;
-    void writeValue(ByteView value, const std::shared_ptr<RNBluetoothCharacteristic>& characteristic,
-                    std::int64_t type) override;
-    // Without response: the link's ATT MTU less the three bytes of the write's header, where
-    // BlueZ tells the MTU. With response: the longest attribute value.
-    std::optional<std::uint64_t> maximumWriteValueLengthForType(std::int64_t type) const override;
-
-    // --- For the platform and its managers ---
-    const std::string& path() const { return path_; }
-    BluezProperties& properties() { return properties_; }
-    const BluezProperties& properties() const { return properties_; }
-    void setState(std::int64_t state) { state_ = state; }
-    std::weak_ptr<BluezCentralManager> manager;
-    // The transport asked for the services before BlueZ had resolved them.
-    bool servicesRequested = false;
-    // Present in BlueZ's object tree now.
-    bool present = true;
-    // Sighted or connected once: should BlueZ drop the object and bring it back while the
-    // transport still holds this one, it is this object again.
-    bool known = false;
-    // When the device last told something (the platform's count of device updates): the
-    // table's oldest is forgotten first when it is full.
-    std::uint64_t lastUpdate = 0;
-    // Disconnect calls not answered yet.
-    int pendingDisconnects = 0;
-    // Reported itself since the discovery under way began.
-    bool seenInDiscovery = false;
-    std::vector<std::shared_ptr<BluezService>> bluezServices;
-    void addService(const std::shared_ptr<BluezService>& service);
-    // Posts a delegate call for when the main queue gets to it.
-    void deliver(std::function<void(RNBluetoothPeripheralDelegate&, const std::shared_ptr<RNBluetoothPeripheral>&)> call);
-
-private:
-    bool linked() const { return state_ == CBPeripheralStateConnected; }
-
-    std::weak_ptr<BluezBluetoothPlatform> platform_;
-    const std::string path_;
-    BluezProperties properties_;
-    std::int64_t state_ = CBPeripheralStateDisconnected;
-};
-
-class BluezCentralManager final : public RNBluetoothCentralManager,
-                                  public std::enable_shared_from_this<BluezCentralManager> {
-public:
-    BluezCentralManager(std::weak_ptr<BluezBluetoothPlatform> platform,
-                        std::weak_ptr<RNBluetoothCentralManagerDelegate> delegate)
-        : platform_(std::move(platform)), delegate_(std::move(delegate)) {}
-
-    std::int64_t state() const override;
-    void scanForPeripheralsWithServices(const std::optional<std::vector<std::string>>& serviceUUIDs,
-                                        bool allowDuplicates) override;
-    void stopScan() override;
-    void connectPeripheral(const std::shared_ptr<RNBluetoothPeripheral>& peripheral, bool notifyOnConnection,
-                           bool notifyOnDisconnection) override;
-    void cancelPeripheralConnection(const std::shared_ptr<RNBluetoothPeripheral>& peripheral) override;
-
-    // --- For the platform ---
-    bool isScanning() const { return scanning_; }
-    const std::optional<std::vector<std::string>>& wantedServices() const { return serviceUUIDs_; }
-    void endScan() { scanning_ = false; }
-    // A device in range reported itself while this manager scans.
-    void sight(const std::shared_ptr<BluezPeripheral>& peripheral);
-    // Calls the delegate now (the caller is on the main queue, in an item of its own).
-    void report(const std::function<void(RNBluetoothCentralManagerDelegate&)>& call);
-    // Posts a delegate call for when the main queue gets to it.
-    void deliver(std::function<void(RNBluetoothCentralManagerDelegate&)> call);
-
-private:
-    std::weak_ptr<BluezBluetoothPlatform> platform_;
-    std::weak_ptr<RNBluetoothCentralManagerDelegate> delegate_;
-    bool scanning_ = false;
-    bool allowDuplicates_ = false;
-    std::optional<std::vector<std::string>> serviceUUIDs_;
-    // The devices reported in this scan, at most kMaximumDevices of them (the oldest go first).
-    std::deque<std::weak_ptr<const BluezPeripheral>> sighted_;
-};
 
 class BluezBluetoothPlatform final : public RNBluetoothPlatform,
                                      public std::enable_shared_from_this<BluezBluetoothPlatform> {
