@@ -5,6 +5,8 @@
 #include "platform/MainQueue.hpp"
 #include "platform/SerialQueue.hpp"
 
+#include <fmt/chrono.h>
+
 #include <algorithm>
 #include <ctime>
 
@@ -14,12 +16,7 @@ namespace {
 
 // The current date and time as ISO-8601 text in UTC, to the second: "2024-05-01T09:30:00Z".
 std::string currentDateText() {
-    const std::time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
-    std::tm utc{};
-    ::gmtime_r(&now, &utc);
-    char text[32];
-    const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &utc);
-    return std::string(text, length);
+    return fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(std::chrono::system_clock::to_time_t(std::chrono::system_clock::now())));
 }
 
 }  // namespace

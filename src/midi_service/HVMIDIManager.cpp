@@ -1,10 +1,8 @@
 #include "midi_service/HVMIDIManager.hpp"
 
 #include "MIDIInternals/Fatal.hpp"
-#include "midi_service/HVLocalNetworkAddresses.hpp"
 #include "midi_service/HVMIDIEntityObserver.hpp"
 #include "midi_service/HVPeerData.hpp"
-#include "midi_service/LocalNetworkPermissionService.hpp"
 #include "platform/Log.hpp"
 #include "platform/MIDILibraryServices.hpp"
 #include "platform/MainQueue.hpp"
@@ -201,13 +199,9 @@ MIDIIO::MIDIReceiver HVMIDIManager::eventsReceiver() {
 void HVMIDIManager::setupMIDI() {
     log("setupMIDI");
     MIDIIO::setMIDINetworkSession(*MIDIIO::MIDIPlatform::shared(), MIDIIO::MIDIIONetworkConnectionPolicy::anyone);
-    {
-        // Sending to the machine's own addresses is what makes a platform ask for local
-        // network access; the service lives just long enough for the attempt.
-        LocalNetworkPermissionService service(12345);
-        service.interfaces = HVLocalNetworkAddresses();
-        service.trigger();
-    }
+    // Departure: no local-network permission probe. Sending to the machine's own addresses is
+    // what makes some platforms ask for local network access; Linux has no such prompt, so the
+    // datagrams would only reach closed ports.
     createLibraryManager();
     try {
         midiManager_->start();

@@ -1,5 +1,6 @@
 #include "StatusModel.hpp"
 
+#include <fmt/chrono.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -43,10 +44,7 @@ std::int64_t StatusModel::timeNow() {
 std::string StatusModel::timeOfDay(std::int64_t time) {
     const std::int64_t second = time / 1'000'000'000;
     if (second != cachedSecond_) {
-        const auto seconds = static_cast<std::time_t>(second);
-        std::tm local{};
-        ::localtime_r(&seconds, &local);
-        cachedClock_ = fmt::format("{:02}:{:02}:{:02}", local.tm_hour, local.tm_min, local.tm_sec);
+        cachedClock_ = fmt::format("{:%H:%M:%S}", fmt::localtime(static_cast<std::time_t>(second)));
         cachedSecond_ = second;
     }
     return fmt::format("{}.{:03}", cachedClock_, (time / 1'000'000) % 1000);
