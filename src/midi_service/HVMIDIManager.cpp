@@ -2,7 +2,6 @@
 
 #include "MIDIInternals/Fatal.hpp"
 #include "midi_service/HVMIDIEntityObserver.hpp"
-#include "midi_service/HVPeerData.hpp"
 #include "platform/Log.hpp"
 #include "platform/MIDILibraryServices.hpp"
 #include "platform/MainQueue.hpp"
@@ -12,9 +11,7 @@
 
 #include <algorithm>
 #include <utility>
-#include <cctype>
 #include <chrono>
-#include <iterator>
 
 namespace havrel {
 
@@ -83,12 +80,6 @@ MIDIEvent programChangeEvent(std::uint8_t program, std::uint8_t channel) {
 
 MIDIEvent pitchBendEvent(std::uint16_t value, std::uint8_t channel) {
     return MIDIEvent::pitchBend(MIDICore::ChanVoice14Bit32BitValue::midi1(UInt14::fromStorage(value)), u4(channel));
-}
-
-bool containsRTP(std::string owner) {
-    std::transform(owner.begin(), owner.end(), owner.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
-    return owner.find("RTP") != std::string::npos;
 }
 
 }  // namespace
@@ -246,18 +237,6 @@ void HVMIDIManager::setupVirtualMIDI() {
     }
 }
 
-void HVMIDIManager::setupHardwareOutput() {
-    if (!configuration_->hardwareMIDIEnabled) {
-        return;
-    }
-    try {
-        requireManager().addOutputConnection(MIDIIO::MIDIOutputConnectionMode::inputs({}), kHardwareOutputTag,
-                                             MIDIIO::MIDIEndpointFilter::default_());
-    } catch (const MIDIIO::MIDIIOError& error) {
-        log("error creating hardware output " + error.description());
-    }
-}
-
 void HVMIDIManager::setupMIDIMinimal() {
     createLibraryManager();
     try {
@@ -335,226 +314,6 @@ void HVMIDIManager::didReceiveEvents(const std::vector<MIDIEvent>& events) {
     std::lock_guard lock(clockMutex_);
     for (const auto& event : events) {
         clockParser_->handle(event);
-    }
-}
-
-// --- Connections. ---
-
-std::optional<MIDIIO::MIDIOutputEndpoint> HVMIDIManager::midiInputConnection() const {
-    std::lock_guard lock(stateMutex_);
-    return midiInputConnection_;
-}
-
-std::vector<MIDIIO::MIDIEntity> HVMIDIManager::networkConnections() const {
-    std::lock_guard lock(stateMutex_);
-    return networkConnections_;
-}
-
-std::vector<std::shared_ptr<MIDIIO::MIDIOutputConnection>> HVMIDIManager::networkOutputs() const {
-    std::lock_guard lock(networkOutputsMutex_);
-    return networkOutputs_;
-}
-
-void HVMIDIManager::setInputConnectionToVirtual() {
-    const std::string name = outputName();
-    for (const auto& endpoint : requireManager().endpoints().outputs) {
-        if (endpoint.name == name) {
-            std::lock_guard lock(stateMutex_);
-            midiInputConnection_ = endpoint;
-            graphChanges_.fetch_add(1);
-            return;
-        }
-    }
-}
-
-void HVMIDIManager::updateInputConnection() {
-    auto& manager = requireManager();
-    if (manager.managedInputConnection(kInputConnectionTag)) {
-        return;
-    }
-    auto source = midiInputConnection();
-    if (!source) {
-        return;
-    }
-    logDiag("Setting up new input connection to " + (source->displayName.empty() ? source->name : source->displayName) +
-        ".");
-    try {
-        manager.addInputConnection(
-            MIDIIO::MIDIInputConnectionMode::outputs({MIDIIO::MIDIEndpointIdentity::uniqueID(source->uniqueID)}),
-            kInputConnectionTag, MIDIIO::MIDIEndpointFilter::default_(), eventsReceiver());
-    } catch (const MIDIIO::MIDIIOError& error) {
-        log(error.description());
-    }
-}
-
-// The text walks the whole MIDI graph every second; here the walk waits for a change the MIDI
-// service announced (the ALSA sequencer's announce port, the loopback server's notifications),
-// so an idle program's timer costs a comparison.
-void HVMIDIManager::refreshConnections() {
-    const auto changes = graphChanges_.load();
-    if (changes == std::exchange(refreshedAtChange_, changes)) {
-        return;
-    }
-    updateInputConnection();
-    refreshHardwareOutputs();
-    auto& manager = requireManager();
-    // Each source named N gets an output connection to the destinations named N, and each
-    // destination named N an input connection from the sources named N, once.
-    std::set<std::string> sourceNames;
-    for (const auto& endpoint : manager.endpoints().outputs) {
-        sourceNames.insert(endpoint.name);
-        if (manager.managedOutputConnection(endpoint.name)) {
-            continue;
-        }
-        try {
-            manager.addOutputConnection(
-                MIDIIO::MIDIOutputConnectionMode::inputs({MIDIIO::MIDIEndpointIdentity::name(endpoint.name)}),
-                endpoint.name, MIDIIO::MIDIEndpointFilter::default_());
-            refreshedOutputTags_.insert(endpoint.name);
-        } catch (const MIDIIO::MIDIIOError& error) {
-            log("error " + error.description());
-        }
-    }
-    std::set<std::string> destinationNames;
-    for (const auto& endpoint : manager.endpoints().inputs) {
-        destinationNames.insert(endpoint.name);
-        if (manager.managedInputConnection(endpoint.name)) {
-            continue;
-        }
-        try {
-            manager.addInputConnection(
-                MIDIIO::MIDIInputConnectionMode::outputs({MIDIIO::MIDIEndpointIdentity::name(endpoint.name)}),
-                endpoint.name, MIDIIO::MIDIEndpointFilter::default_(), eventsReceiver());
-            refreshedInputTags_.insert(endpoint.name);
-        } catch (const MIDIIO::MIDIIOError& error) {
-            log("error " + error.description());
-        }
-    }
-    removeConnectionsOfVanishedEndpoints(sourceNames, destinationNames);
-}
-
-// Departure: a per-name connection goes with the last endpoint of its name (one that returns is
-// joined again by the next refresh), so the tables follow the endpoints there are, not every
-// name ever seen.
-void HVMIDIManager::removeConnectionsOfVanishedEndpoints(const std::set<std::string>& sourceNames,
-                                                         const std::set<std::string>& destinationNames) {
-    auto& manager = requireManager();
-    const auto removeVanished = [&](std::set<std::string>& tags, const std::set<std::string>& names,
-                                    MIDIIO::ManagedType type) {
-        std::erase_if(tags, [&](const std::string& tag) {
-            if (names.contains(tag)) {
-                return false;
-            }
-            manager.remove(type, MIDIIO::TagSelection::withTag(tag));
-            return true;
-        });
-    };
-    removeVanished(refreshedOutputTags_, sourceNames, MIDIIO::ManagedType::outputConnection);
-    removeVanished(refreshedInputTags_, destinationNames, MIDIIO::ManagedType::inputConnection);
-    // The network path sends only on connections that are still there.
-    const auto current = manager.managedOutputConnections();
-    std::lock_guard lock(networkOutputsMutex_);
-    std::erase_if(networkOutputs_, [&](const auto& connection) {
-        return std::none_of(current.begin(), current.end(),
-                            [&](const auto& entry) { return entry.second == connection; });
-    });
-}
-
-std::vector<MIDIIO::MIDIInputEndpoint> HVMIDIManager::hardwareDestinations() const {
-    auto destinations = hardwareDestinationCandidates();
-    std::lock_guard lock(stateMutex_);
-    std::erase_if(destinations, [this](const MIDIIO::MIDIInputEndpoint& endpoint) {
-        return disabledHardwareDestinations_.count(endpoint.name) > 0;
-    });
-    return destinations;
-}
-
-void HVMIDIManager::setHardwareDestinationEnabled(const std::string& name, bool enabled) {
-    graphChanges_.fetch_add(1);
-    std::lock_guard lock(stateMutex_);
-    if (enabled) {
-        disabledHardwareDestinations_.erase(name);
-    } else {
-        disabledHardwareDestinations_.insert(name);
-    }
-}
-
-bool HVMIDIManager::isHardwareDestinationEnabled(const std::string& name) const {
-    std::lock_guard lock(stateMutex_);
-    return disabledHardwareDestinations_.count(name) == 0;
-}
-
-std::vector<MIDIIO::MIDIInputEndpoint> HVMIDIManager::hardwareDestinationCandidates() const {
-    std::vector<MIDIIO::MIDIInputEndpoint> destinations;
-    for (const auto& endpoint : requireManager().endpoints().inputs) {
-        if (!endpoint.device() || endpoint.getIsOffline() || containsRTP(endpoint.getDriverOwner().value_or(""))) {
-            continue;
-        }
-        destinations.push_back(endpoint);
-    }
-    return destinations;
-}
-
-void HVMIDIManager::refreshHardwareOutputs() {
-    if (!configuration_->hardwareMIDIEnabled) {
-        return;
-    }
-    auto connection = requireManager().managedOutputConnection(kHardwareOutputTag);
-    if (!connection) {
-        return;
-    }
-    const auto wanted = MIDIIO::identitiesOf(hardwareDestinations());
-    const auto current = connection->inputsCriteria();
-    auto missingFrom = [](const auto& from, const auto& list) {
-        std::vector<MIDIIO::MIDIEndpointIdentity> missing;
-        std::copy_if(from.begin(), from.end(), std::back_inserter(missing),
-                     [&](const auto& identity) { return std::find(list.begin(), list.end(), identity) == list.end(); });
-        return missing;
-    };
-    const auto gone = missingFrom(current, wanted);
-    const auto added = missingFrom(wanted, current);
-    if (gone.empty() && added.empty()) {
-        return;
-    }
-    connection->remove(gone);
-    connection->add(added);
-}
-
-void HVMIDIManager::scanNetworkSessions() {
-    const auto changes = graphChanges_.load();
-    if (changes == std::exchange(scannedAtChange_, changes)) {
-        return;
-    }
-    auto& manager = requireManager();
-    std::vector<MIDIIO::MIDIEntity> sessions;
-    for (const auto& device : manager.devices().devices) {
-        for (const auto& entity : device.entities()) {
-            if (HVPeerDataForEntity(entity)) {
-                sessions.push_back(entity);
-            }
-        }
-    }
-    {
-        std::lock_guard lock(stateMutex_);
-        networkConnections_ = sessions;
-    }
-    // An output connection leads to a session when the session's name appears in the
-    // description of its targets.
-    for (const auto& [tag, connection] : manager.managedOutputConnections()) {
-        const std::string targets = MIDIIO::description(connection->inputsCriteria());
-        for (const auto& entity : sessions) {
-            if (targets.find(entity.name) == std::string::npos) {
-                continue;
-            }
-            const auto refs = connection->coreMIDIInputEndpointRefs();
-            std::lock_guard lock(networkOutputsMutex_);
-            const bool known = std::any_of(networkOutputs_.begin(), networkOutputs_.end(), [&](const auto& output) {
-                return output->coreMIDIInputEndpointRefs() == refs;
-            });
-            if (!known) {
-                networkOutputs_.push_back(connection);
-            }
-        }
     }
 }
 
