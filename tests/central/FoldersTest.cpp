@@ -1,4 +1,5 @@
 #include "central/HVFileManagerFolders.hpp"
+#include "platform/TemporaryFolder.hpp"
 
 #include <gtest/gtest.h>
 
@@ -14,17 +15,12 @@ namespace fs = std::filesystem;
 
 class Folders : public ::testing::Test {
 protected:
-    void SetUp() override {
-        root_ = fs::temp_directory_path() / ("havrel-folders-" + std::to_string(::getpid()));
-        fs::remove_all(root_);
-        fs::create_directories(root_);
-    }
     void TearDown() override {
         ::unsetenv("XDG_DOCUMENTS_DIR");
         ::unsetenv("XDG_CACHE_HOME");
-        fs::remove_all(root_);
     }
-    fs::path root_;
+    testing::TemporaryFolder temporary_;
+    const fs::path root_ = temporary_.path();
 };
 
 TEST_F(Folders, DocumentsAreKeptCachesAreLookedUpEachTime) {

@@ -14,7 +14,9 @@
 #include "platform/Log.hpp"
 #include "platform/MainQueue.hpp"
 #include "platform/NotificationCenter.hpp"
+#include "platform/TemporaryFolder.hpp"
 #include "sequencing/HVSequence.hpp"
+#include "support/MainQueueWaiting.hpp"
 
 #include <gtest/gtest.h>
 
@@ -27,6 +29,7 @@
 namespace havrel {
 namespace {
 
+using testing::runMainQueueUntil;
 using testing::wrapperWith;
 
 Bytes bytesOf(const std::string& text) {
@@ -58,15 +61,12 @@ protected:
         HVMIDISender::setShared(sender_);
         HostPrompts::setShared(prompts_);
         HVReceivedFiles::setShared(std::make_shared<HVReceivedFiles>());
-        char pattern[] = "/tmp/havrel-receipts-XXXXXX";
-        folder_ = ::mkdtemp(pattern);
     }
     void TearDown() override {
         HVMIDISender::setShared(nullptr);
         HostPrompts::setShared(nullptr);
         HVReceivedFiles::setShared(nullptr);
         HVCentralTransmissionManager::sharedInstance()->resetForTesting();
-        std::filesystem::remove_all(folder_);
     }
 
     std::size_t wrapperCount() const { return client_->configuration ? client_->configuration->dataWrappers.size() : 0; }
@@ -76,16 +76,6 @@ protected:
         file->filename = filename;
         file->data = data;
         return file->dictionary().dump();
-    }
-
-    // Lets the main queue and the file queue work until the condition holds.
-    bool settle(const std::function<bool()>& condition) {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-        while (!condition()) {
-            if (std::chrono::steady_clock::now() > deadline) return false;
-            clock_.advance(std::chrono::milliseconds(1));
-        }
-        return true;
     }
 
     std::string readFile(const std::filesystem::path& path) {
@@ -98,7 +88,8 @@ protected:
     std::shared_ptr<ScriptedHostPrompts> prompts_ = std::make_shared<ScriptedHostPrompts>();
     HVCentralConnectionTypeManager manager_;
     std::shared_ptr<RNClient> client_ = RNUSBClient::create();
-    std::filesystem::path folder_;
+    testing::TemporaryFolder temporary_;
+    const std::filesystem::path folder_ = temporary_.path();
 };
 
 TEST_F(ReceiptsTest, SyncReplacesTheConfigurationAndBadPayloadsKeepThePreviousOne) {
@@ -206,7 +197,7 @@ TEST_F(ReceiptsTest, FilesAreInflatedToTheChosenPathOrRefusedWithOneAlertAClient
 
     prompts_->queueSaveAnswer(folder_ / "chosen.arr");
     manager_.didReceiveFileRepData(bytesOf(fileRepText("Song.arr", zipped)), client_);
-    ASSERT_TRUE(settle([&] { return capture.contains("received file written to"); }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return capture.contains("received file written to"); }));
     EXPECT_EQ(prompts_->savePanels(), std::vector<std::string>{"Song.arr"});
     EXPECT_EQ(readFile(folder_ / "chosen.arr"), contents);
     EXPECT_TRUE(prompts_->alerts().empty());
@@ -219,7 +210,7 @@ TEST_F(ReceiptsTest, FilesAreInflatedToTheChosenPathOrRefusedWithOneAlertAClient
     // Raw data is refused after the location is chosen, and nothing is written.
     prompts_->queueSaveAnswer(folder_ / "raw.arr");
     manager_.didReceiveFileRepData(bytesOf(fileRepText("raw.arr", bytesOf(contents))), client_);
-    ASSERT_TRUE(settle([&] { return prompts_->alerts().size() == 1; }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return prompts_->alerts().size() == 1; }));
     EXPECT_EQ(prompts_->alerts()[0], (Alert{"Error recieving file.", "Central encountered an invalid file format", "OK"}));
     EXPECT_EQ(capture.count("error not a gzip data file"), 1u);
 
@@ -231,7 +222,7 @@ TEST_F(ReceiptsTest, FilesAreInflatedToTheChosenPathOrRefusedWithOneAlertAClient
     manager_.didReceiveFileRepData(bytesOf(fileRepText("song.arr", zipped)), client_);
     prompts_->queueSaveAnswer(folder_ / "broken.arr");
     manager_.didReceiveFileRepData(bytesOf(fileRepText("broken.arr", Bytes{0x1F, 0x8B, 0x08, 0x00, 1, 2})), client_);
-    ASSERT_TRUE(settle([&] { return capture.count("didReceiveFileRepData: nothing written") == 2; }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return capture.count("didReceiveFileRepData: nothing written") == 2; }));
     EXPECT_EQ(prompts_->alerts(),
               (std::vector<Alert>{prompts_->alerts()[0],
                                   {"Error recieving file.", "Central encountered the following error %@", "OK"}}));
