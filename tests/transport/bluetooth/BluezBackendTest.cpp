@@ -6,14 +6,13 @@
 #include "platform/Log.hpp"
 #include "platform/MainQueue.hpp"
 #include "support/BluezStandIn.hpp"
+#include "support/MainQueueWaiting.hpp"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <functional>
-#include <thread>
 
 namespace havrel {
 namespace {
@@ -132,27 +131,15 @@ protected:
         options.powerOnAdapter = powerOnAdapter;
         platform_ = BluezBluetoothPlatform::create(options);
         manager_ = platform_->makeCentralManager(delegate_);
-        EXPECT_TRUE(waitFor([&] { return !delegate_->states.empty(); }));
+        EXPECT_TRUE(runMainQueueUntil([&] { return !delegate_->states.empty(); }));
         return manager_;
-    }
-    // Runs the main queue until the condition holds, for at most five seconds.
-    bool waitFor(const std::function<bool()>& condition) {
-        const auto end = std::chrono::steady_clock::now() + 5s;
-        while (!condition()) {
-            if (std::chrono::steady_clock::now() > end) {
-                return false;
-            }
-            MainQueue::shared().poll();
-            std::this_thread::yield();
-        }
-        return true;
     }
     // Sights the stand-in's device and connects to it through to its services.
     std::shared_ptr<RNBluetoothPeripheral> connected(const BluezStandIn::Device& settings = {}) {
         bluez_->addDevice(settings);
         manager_->scanForPeripheralsWithServices(std::vector<std::string>{kHavrelServiceUUID}, false);
         std::shared_ptr<RNBluetoothPeripheral> peripheral;
-        EXPECT_TRUE(waitFor([&] {
+        EXPECT_TRUE(runMainQueueUntil([&] {
             for (const auto& [sighted, rssi] : delegate_->sightings) {
                 if (sighted->identifier() == settings.address) {
                     peripheral = sighted;
@@ -166,9 +153,9 @@ protected:
         peripheral->delegate = delegate_;
         manager_->stopScan();
         manager_->connectPeripheral(peripheral, true, true);
-        EXPECT_TRUE(waitFor([&] { return peripheral->state() == CBPeripheralStateConnected; }));
+        EXPECT_TRUE(runMainQueueUntil([&] { return peripheral->state() == CBPeripheralStateConnected; }));
         peripheral->discoverServices(std::nullopt);
-        EXPECT_TRUE(waitFor([&] {
+        EXPECT_TRUE(runMainQueueUntil([&] {
             return std::find(delegate_->events.begin(), delegate_->events.end(), "services") != delegate_->events.end();
         }));
         return peripheral;
@@ -217,7 +204,7 @@ TEST_F(BluezBackendTest, WithoutBlueZOrAnAdapterOrABusBluetoothIsUnsupportedWith
         EXPECT_EQ(capture.count("Bluetooth: BlueZ has no adapter"), 1u);
     }
     bluez_->addAdapter("hci0", true);
-    EXPECT_TRUE(waitFor([&] { return delegate_->states.back() == CBManagerStatePoweredOn; }));
+    EXPECT_TRUE(runMainQueueUntil([&] { return delegate_->states.back() == CBManagerStatePoweredOn; }));
     EXPECT_TRUE(BluezBluetoothPlatform::hasAdapter(options, 2s, reason));
 }
 
@@ -227,17 +214,17 @@ TEST_F(BluezBackendTest, AnAdapterThatIsOffIsPoweredOffUntilItIsTurnedOn) {
     EXPECT_EQ(delegate_->states, std::vector<std::int64_t>{CBManagerStatePoweredOff});
     // Scanning while off asks nothing of BlueZ.
     manager_->scanForPeripheralsWithServices(std::nullopt, false);
-    EXPECT_TRUE(waitFor([&] { return platform_->pendingOperations() == 0; }));
+    EXPECT_TRUE(runMainQueueUntil([&] { return platform_->pendingOperations() == 0; }));
     EXPECT_EQ(bluez_->callCount("StartDiscovery"), 0u);
     bluez_->setPowered("hci0", true);
-    EXPECT_TRUE(waitFor([&] { return delegate_->states.back() == CBManagerStatePoweredOn; }));
+    EXPECT_TRUE(runMainQueueUntil([&] { return delegate_->states.back() == CBManagerStatePoweredOn; }));
 
     // A platform told to turn its adapter on does so.
     bluez_->setPowered("hci0", false);
-    EXPECT_TRUE(waitFor([&] { return delegate_->states.back() == CBManagerStatePoweredOff; }));
+    EXPECT_TRUE(runMainQueueUntil([&] { return delegate_->states.back() == CBManagerStatePoweredOff; }));
     delegate_->states.clear();
     start(true);
-    EXPECT_TRUE(waitFor([&] { return delegate_->states.back() == CBManagerStatePoweredOn; }));
+    EXPECT_TRUE(runMainQueueUntil([&] { return delegate_->states.back() == CBManagerStatePoweredOn; }));
     EXPECT_TRUE(bluez_->isPowered("hci0"));
 }
 
@@ -249,11 +236,11 @@ TEST_F(BluezBackendTest, RefusedConnectsWriteKindsAndMalformedSignals) {
     refusing.connectError = "org.bluez.Error.Failed";
     bluez_->addDevice(refusing);
     manager_->scanForPeripheralsWithServices(std::vector<std::string>{kHavrelServiceUUID}, false);
-    ASSERT_TRUE(waitFor([&] { return delegate_->sightings.size() == 1; }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return delegate_->sightings.size() == 1; }));
     EXPECT_EQ(delegate_->sightings.front().second, -48);
     EXPECT_EQ(delegate_->sightings.front().first->name(), "Stand-in Pad");
     manager_->connectPeripheral(delegate_->sightings.front().first, true, true);
-    ASSERT_TRUE(waitFor([&] { return !delegate_->events.empty(); }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return !delegate_->events.empty(); }));
     EXPECT_EQ(delegate_->events, std::vector<std::string>{"fail"});
     ASSERT_TRUE(delegate_->lastError);
     EXPECT_EQ(delegate_->lastError->domain, "org.bluez.Error.Failed");
@@ -280,7 +267,7 @@ TEST_F(BluezBackendTest, RefusedConnectsWriteKindsAndMalformedSignals) {
     const Bytes second = {'b'};
     peripheral->writeValue(first, out, CBCharacteristicWriteWithoutResponse);
     peripheral->writeValue(second, out, CBCharacteristicWriteWithResponse);
-    ASSERT_TRUE(waitFor([&] { return bluez_->writes(1, kHavrelOutCharacteristicUUID).size() == 2; }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return bluez_->writes(1, kHavrelOutCharacteristicUUID).size() == 2; }));
     const auto writes = bluez_->writes(1, kHavrelOutCharacteristicUUID);
     EXPECT_EQ(writes[0].type, "command");
     EXPECT_EQ(writes[1].type, "request");
@@ -290,9 +277,9 @@ TEST_F(BluezBackendTest, RefusedConnectsWriteKindsAndMalformedSignals) {
     // Values notified arrive in order, each with its own value.
     const auto in = service->characteristics()[1];
     peripheral->setNotifyValue(true, in);
-    ASSERT_TRUE(waitFor([&] { return in->isNotifying(); }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return in->isNotifying(); }));
     EXPECT_TRUE(bluez_->notify(1, kHavrelInCharacteristicUUID, {Bytes{'x'}, Bytes{'y'}}));
-    ASSERT_TRUE(waitFor([&] { return delegate_->events.size() >= 4; }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return delegate_->events.size() >= 4; }));
     EXPECT_EQ(delegate_->events[2], "value x");
     EXPECT_EQ(delegate_->events[3], "value y");
 
@@ -300,8 +287,8 @@ TEST_F(BluezBackendTest, RefusedConnectsWriteKindsAndMalformedSignals) {
     // read with another; the device stays as it was.
     ScopedLogCapture capture;
     bluez_->sendMalformedSignals(1);
-    ASSERT_TRUE(waitFor([&] { return capture.count("Bluetooth: ignored 2 properties of") == 1; }));
-    ASSERT_TRUE(waitFor([&] { return capture.count("Bluetooth: dropped an unreadable object signal") == 1; }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return capture.count("Bluetooth: ignored 2 properties of") == 1; }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return capture.count("Bluetooth: dropped an unreadable object signal") == 1; }));
     EXPECT_EQ(peripheral->state(), CBPeripheralStateConnected);
     EXPECT_EQ(peripheral->identifier(), "C0:FF:EE:00:00:03");
 }
@@ -315,18 +302,18 @@ TEST_F(BluezBackendTest, LinksEndWithTheDeviceWithBlueZAndWithTheBus) {
 
     // Our own cancel ends the link without an error, and BlueZ hears of it.
     manager_->cancelPeripheralConnection(peripheral);
-    ASSERT_TRUE(waitFor([&] { return delegate_->events.size() == 3; }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return delegate_->events.size() == 3; }));
     EXPECT_EQ(delegate_->events.back(), "disconnect");
     EXPECT_FALSE(delegate_->lastError);
-    EXPECT_TRUE(waitFor([&] { return !bluez_->isConnected(0); }));
+    EXPECT_TRUE(runMainQueueUntil([&] { return !bluez_->isConnected(0); }));
 
     // The same device object again; then BlueZ leaves the bus.
     manager_->connectPeripheral(peripheral, true, true);
-    ASSERT_TRUE(waitFor([&] { return peripheral->state() == CBPeripheralStateConnected; }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return peripheral->state() == CBPeripheralStateConnected; }));
     {
         ScopedLogCapture capture;
         bluez_.reset();
-        ASSERT_TRUE(waitFor([&] { return delegate_->states.back() == CBManagerStateUnsupported; }));
+        ASSERT_TRUE(runMainQueueUntil([&] { return delegate_->states.back() == CBManagerStateUnsupported; }));
         EXPECT_EQ(delegate_->events.back(), "disconnect");
         ASSERT_TRUE(delegate_->lastError);
         EXPECT_EQ(peripheral->state(), CBPeripheralStateDisconnected);
@@ -336,14 +323,14 @@ TEST_F(BluezBackendTest, LinksEndWithTheDeviceWithBlueZAndWithTheBus) {
     // BlueZ comes back; then the bus itself goes.
     bluez_ = std::make_unique<BluezStandIn>(bus_->address());
     bluez_->addAdapter("hci0", true);
-    ASSERT_TRUE(waitFor([&] { return delegate_->states.back() == CBManagerStatePoweredOn; }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return delegate_->states.back() == CBManagerStatePoweredOn; }));
     delegate_->events.clear();
     delegate_->sightings.clear();
     peripheral = connected();
     ASSERT_NE(peripheral, nullptr);
     ScopedLogCapture capture;
     bus_->stop();
-    ASSERT_TRUE(waitFor([&] { return delegate_->states.back() == CBManagerStateUnsupported; }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return delegate_->states.back() == CBManagerStateUnsupported; }));
     EXPECT_EQ(peripheral->state(), CBPeripheralStateDisconnected);
     EXPECT_EQ(delegate_->events.back(), "disconnect");
     EXPECT_EQ(capture.count("Bluetooth: lost the D-Bus system bus"), 1u);
@@ -372,7 +359,7 @@ TEST_F(BluezBackendTest, TenThousandRotatingAddressesLeaveTheTablesBoundedAndANe
         }
     }
     const auto sighted = [&](const std::string& wanted) {
-        return waitFor([&] {
+        return runMainQueueUntil([&] {
             return std::any_of(delegate_->sightings.begin(), delegate_->sightings.end(),
                                [&](const auto& sighting) { return sighting.first->identifier() == wanted; });
         });
@@ -388,7 +375,7 @@ TEST_F(BluezBackendTest, TenThousandRotatingAddressesLeaveTheTablesBoundedAndANe
     // BlueZ drops the old addresses: the backend forgets them.
     bluez_->rotateAddress(pad, "4A:00:00:00:FF:FF", 0);
     ASSERT_TRUE(sighted("4A:00:00:00:FF:FF"));
-    EXPECT_TRUE(waitFor([&] { return platform_->deviceCount() == 2; })) << platform_->deviceCount();
+    EXPECT_TRUE(runMainQueueUntil([&] { return platform_->deviceCount() == 2; })) << platform_->deviceCount();
 }
 
 }  // namespace

@@ -48,16 +48,13 @@ TEST(BroadcasterTest, GatesFollowTheLinkTheTransferAndTheFirstFullConfiguration)
     EXPECT_EQ(service->sent, std::vector<std::string>{"aborted"});
     service->sent.clear();
 
-    // Up, before any full configuration: deltas are skipped with their lines.
+    // Up, before any full configuration: deltas are skipped.
     broadcaster->setIsConnectedToHavrelCentral(true);
     EXPECT_FALSE(broadcaster->canSendDeltaCommands());
     broadcaster->deleteDataWrappersWithData(change);
     broadcaster->addDataWrappersWithData(change);
     broadcaster->syncChangesToDataWrappersWithData(change);
     EXPECT_TRUE(service->sent.empty());
-    EXPECT_EQ(capture.count("skipping delete \u2014 configuration not yet sent to Central"), 1u);
-    EXPECT_EQ(capture.count("skipping add \u2014"), 1u);
-    EXPECT_EQ(capture.count("skipping change \u2014"), 1u);
 
     // While a configuration transfers, range commands wait; MIDI does not.
     std::vector<float> reported;
@@ -71,20 +68,17 @@ TEST(BroadcasterTest, GatesFollowTheLinkTheTransferAndTheFirstFullConfiguration)
     service->lastProgress(1.0f);
     EXPECT_FALSE(broadcaster->isSyncing());
     EXPECT_EQ(reported, (std::vector<float>{0.5f, 1.0f}));
-    EXPECT_EQ(capture.count("finished syncing"), 1u);
     broadcaster->sendRangeDataCommand(&range);
     EXPECT_EQ(service->sent, (std::vector<std::string>{"sync", "midi", "range"}));
     service->sent.clear();
 
-    // Deltas now go, one at a time with their finishing line.
+    // Deltas now go, one at a time.
     EXPECT_TRUE(broadcaster->canSendDeltaCommands());
     broadcaster->deleteDataWrappersWithData(change);
     EXPECT_TRUE(broadcaster->isSyncing());
     service->lastProgress(1.0f);
     broadcaster->syncChangesToDataWrappersWithData(change);
     service->lastProgress(1.0f);
-    EXPECT_EQ(capture.count("did finish sending delete data"), 1u);
-    EXPECT_EQ(capture.count("did finish sending add data"), 1u);
     EXPECT_EQ(service->sent, (std::vector<std::string>{"change", "change"}));
 
     // A new link starts without a configuration; the same value twice changes nothing.
@@ -94,7 +88,7 @@ TEST(BroadcasterTest, GatesFollowTheLinkTheTransferAndTheFirstFullConfiguration)
     broadcaster->setIsConnectedToHavrelCentral(true);
     EXPECT_FALSE(broadcaster->canSendDeltaCommands());
     broadcaster->addDataWrappersWithData(change);
-    EXPECT_EQ(capture.count("skipping add \u2014"), 2u);
+    EXPECT_EQ(service->sent.size(), 2u);
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 // The Bluetooth transport over the simulated radio, in virtual time: sightings and the device
 // list, connecting with its two-stage time-out, discovery and the staggered subscriptions, the
-// handshake writes, received data in and out of a mute, the send loop, and the ends of a link.
+// handshake writes, received data, the send loop, and the ends of a link.
 
 #include "backends/bluetooth_simulated/SimulatedBluetoothRadio.hpp"
 #include "central/RNCentral.hpp"
@@ -138,13 +138,6 @@ TEST_F(ManagerTest, ASightedDeviceIsConnectedSubscribedInStepsAndAnsweredThenIts
     EXPECT_EQ(manager->currentPeripheral(), peripheral);
     EXPECT_TRUE(manager->isConnected());
     EXPECT_TRUE(manager->hasConnectionTimeout());
-    for (const char* line : {"Starting scan", "Stopping scan", "did connect peripheral <peripheral \"Simulated Pad\"",
-                             "Found Havrel service", "adding characteristc 0224514F-F649-4565-B7BD-F275118EE573",
-                             "adding characteristc 7CC1EABF-FDAC-4AB3-8EC1-F5268E031202",
-                             "adding characteristc EE9E5C10-2C2C-4A99-9275-EF55730A67F4", "notify on out"}) {
-        EXPECT_EQ(capture.count(line), 1u) << line;
-    }
-    EXPECT_EQ(capture.count("descriptor 2901, value:"), 3u);
     // Out at once, in after two seconds, realtime after four.
     EXPECT_TRUE(peripheral->isSubscribed(kHavrelOutCharacteristicUUID));
     EXPECT_FALSE(peripheral->isSubscribed(kHavrelInCharacteristicUUID));
@@ -152,11 +145,9 @@ TEST_F(ManagerTest, ASightedDeviceIsConnectedSubscribedInStepsAndAnsweredThenIts
     EXPECT_FALSE(peripheral->isSubscribed(kHavrelInCharacteristicUUID));
     clock.advance(1ms);
     EXPECT_TRUE(peripheral->isSubscribed(kHavrelInCharacteristicUUID));
-    EXPECT_EQ(capture.count("notify on in"), 1u);
     EXPECT_FALSE(peripheral->isSubscribed(kHavrelRealtimeCharacteristicUUID));
     clock.advance(2s);
     EXPECT_TRUE(peripheral->isSubscribed(kHavrelRealtimeCharacteristicUUID));
-    EXPECT_EQ(capture.count("notify on realtime"), 1u);
 
     // The client's introduction in pieces: the version first, then the Central's identity, each
     // one whole write ending in the marker; the time-out is over.
@@ -172,21 +163,11 @@ TEST_F(ManagerTest, ASightedDeviceIsConnectedSubscribedInStepsAndAnsweredThenIts
     const auto central = Dictionary::parse(text(writes[1]).substr(0, writes[1].size() - 2));
     EXPECT_EQ(central, RNCentral::localCentralWithVersion("1.2.3")->dictionary());
 
-    // A sync replaces the configuration; muted, the next one is dropped.
+    // A sync in small pieces sets the configuration.
     const std::string document = HVEncodedConfiguration::create()->dictionary().dump();
     peripheral->notifyInPieces(kHavrelInCharacteristicUUID, withMarker(1, document), 7);
     clock.advance(0ms);
-    const auto client = delegate->clients[0];
-    ASSERT_NE(client->configuration, nullptr);
-    const auto first = client->configuration;
-    client->supersededByUSB = true;
-    peripheral->notify(kHavrelInCharacteristicUUID, {withMarker(1, document)});
-    clock.advance(0ms);
-    EXPECT_EQ(client->configuration, first);
-    client->supersededByUSB = false;
-    peripheral->notify(kHavrelInCharacteristicUUID, {withMarker(1, document)});
-    clock.advance(0ms);
-    EXPECT_NE(client->configuration, first);
+    ASSERT_NE(delegate->clients[0]->configuration, nullptr);
 
     // Data pushed on the link's queue leaves in chunks of the link's write length.
     const auto& connection = manager->bluetoothConnections().begin()->second;

@@ -4,6 +4,7 @@
 // runs on the main queue, which the test runs.
 
 #include "FrameTestSupport.hpp"
+#include "platform/PropertyList.hpp"
 #include "support/MainQueueWaiting.hpp"
 
 #include <cstdint>
@@ -39,6 +40,14 @@ public:
         }
     }
     void send(std::uint32_t type, const std::string& payload) { send(type, Bytes(payload.begin(), payload.end())); }
+    // The client's first frame: its record as a binary property list under "usbClient".
+    void introduce(const std::string& name, const std::string& uniqueIdentifier,
+                   const std::string& apiVersion = "2.1") {
+        const Dictionary client = {{"type", "RNUSBClient"},      {"connectionName", name},
+                                   {"productID", "havrel-test"}, {"uniqueIdentifier", uniqueIdentifier},
+                                   {"apiVersion", apiVersion},   {"version", "1.0"}};
+        send(100, *propertyListData(Dictionary{{"usbClient", client}}, PropertyListFormat::binary).data);
+    }
 
     // Frames of the type received so far, on any connection.
     std::vector<ReceivedFrame> framesOfType(std::uint32_t type) const {

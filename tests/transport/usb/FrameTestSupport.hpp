@@ -1,9 +1,10 @@
 #pragma once
-// Helpers for frame tests over real sockets: the main queue is pumped with a bounded deadline,
-// a recording delegate keeps what the channel reports, a hub stand-in hands one end of a socket
+// Helpers for frame tests over real sockets: the main queue is run until nothing more comes, a
+// recording delegate keeps what the channel reports, a hub stand-in hands one end of a socket
 // pair to the channel, and raw frames are built by hand.
 
 #include "platform/MainQueue.hpp"
+#include "support/MainQueueWaiting.hpp"
 #include "platform/Types.hpp"
 #include "transport/usb/TNChannel.hpp"
 #include "transport/usb/TNFrameHeader.hpp"
@@ -21,22 +22,6 @@
 #include <vector>
 
 namespace havrel::testing {
-
-// Runs the main queue until the condition holds or five seconds have passed.
-inline bool pumpUntil(const std::function<bool()>& condition,
-                      std::chrono::milliseconds deadline = std::chrono::milliseconds(5000)) {
-    const auto end = std::chrono::steady_clock::now() + deadline;
-    for (;;) {
-        MainQueue::shared().poll();
-        if (condition()) {
-            return true;
-        }
-        if (std::chrono::steady_clock::now() > end) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-}
 
 // Runs what is ready on the main queue until nothing more comes for a short while.
 inline void pumpIdle() {

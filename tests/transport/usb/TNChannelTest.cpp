@@ -1,7 +1,6 @@
 #include "FrameTestSupport.hpp"
 
 #include "platform/Log.hpp"
-#include "MIDIInternals/UUID.hpp"
 #include "platform/MainQueue.hpp"
 #include "transport/usb/TNChannel.hpp"
 
@@ -17,7 +16,7 @@ namespace havrel {
 namespace {
 
 using testing::pumpIdle;
-using testing::pumpUntil;
+using testing::runMainQueueUntil;
 using testing::RawTCPPeer;
 using testing::rawFrame;
 using testing::RecordingDelegate;
@@ -61,7 +60,7 @@ protected:
         std::optional<TNOptionalError> result;
         channel->connectToPort(peer.port(), kLoopback,
                                [&](const TNOptionalError& error, std::optional<TNAddress>) { result = error; });
-        EXPECT_TRUE(pumpUntil([&] { return result.has_value(); }));
+        EXPECT_TRUE(runMainQueueUntil([&] { return result.has_value(); }));
         EXPECT_EQ(result, kSucceeded);
         EXPECT_TRUE(peer.accept());
         return channel;
@@ -92,7 +91,7 @@ TEST_F(TNChannelTest, FramesTravelBothWaysBetweenAListeningAndAConnectingChannel
         connectedTo = address;
     });
     EXPECT_TRUE(client->isConnected());
-    ASSERT_TRUE(pumpUntil([&] { return connected && serverDelegate->accepted.size() == 1; }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return connected && serverDelegate->accepted.size() == 1; }));
     ASSERT_TRUE(connectedTo.has_value());
     EXPECT_EQ(connectedTo->description(), fmt::format("127.0.0.1:{}", port));
     EXPECT_EQ(client->connState(), TNChannel::kConnStateConnected);
@@ -117,7 +116,7 @@ TEST_F(TNChannelTest, FramesTravelBothWaysBetweenAListeningAndAConnectingChannel
     client->sendFrameOfType(102, 2, shared({}), record);
     client->sendFrameOfType(104, 0xFFFFFFFF, shared({1, 2, 3}), record);
     client->sendFrameOfType(108, 7, shared(large), nullptr);
-    ASSERT_TRUE(pumpUntil([&] { return serverDelegate->frames.size() == 4; }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return serverDelegate->frames.size() == 4; }));
     EXPECT_EQ(sent, std::vector<TNOptionalError>(3));
     const auto& frames = serverDelegate->frames;
     EXPECT_EQ(frames[0].type, 101u);
@@ -134,14 +133,15 @@ TEST_F(TNChannelTest, FramesTravelBothWaysBetweenAListeningAndAConnectingChannel
     EXPECT_EQ(serverDelegate->asked[3].payloadSize, large.size());
 
     server->sendFrameOfType(110, 0, shared({'{', '}'}), nullptr);
-    ASSERT_TRUE(pumpUntil([&] { return clientDelegate->frames.size() == 1; }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return clientDelegate->frames.size() == 1; }));
     EXPECT_EQ(clientDelegate->frames[0].type, 110u);
     EXPECT_EQ(clientDelegate->frames[0].payload, (Bytes{'{', '}'}));
 
     // Closing one side: its outstanding read is stopped, the other side sees a clean end.
     client->close();
     EXPECT_FALSE(client->isConnected());
-    ASSERT_TRUE(pumpUntil([&] { return serverDelegate->ends.size() == 1 && clientDelegate->ends.size() == 1; }));
+    ASSERT_TRUE(
+        runMainQueueUntil([&] { return serverDelegate->ends.size() == 1 && clientDelegate->ends.size() == 1; }));
     EXPECT_EQ(serverDelegate->ends[0].channel, server);
     EXPECT_EQ(serverDelegate->ends[0].error, std::nullopt);
     EXPECT_EQ(clientDelegate->ends[0].error, TNError::posix(ECANCELED));
@@ -150,7 +150,7 @@ TEST_F(TNChannelTest, FramesTravelBothWaysBetweenAListeningAndAConnectingChannel
 
     // A cancelled listening source stays "listening" and reports its end once.
     listener->close();
-    ASSERT_TRUE(pumpUntil([&] { return serverDelegate->ends.size() == 2; }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return serverDelegate->ends.size() == 2; }));
     EXPECT_EQ(serverDelegate->ends[1].channel, listener);
     EXPECT_EQ(serverDelegate->ends[1].error, std::nullopt);
     EXPECT_TRUE(listener->isListening());
@@ -163,7 +163,7 @@ TEST_F(TNChannelTest, AListenerWhoseDelegateTakesNoConnectionsClosesThem) {
     auto clientDelegate = makeDelegate();
     auto client = track(TNChannel::channelWithDelegate(clientDelegate));
     client->connectToPort(listener->localPort(), kLoopback, nullptr);
-    ASSERT_TRUE(pumpUntil([&] { return clientDelegate->ends.size() == 1; }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return clientDelegate->ends.size() == 1; }));
     EXPECT_EQ(clientDelegate->ends[0].error, std::nullopt);
     EXPECT_FALSE(client->isConnected());
 }
@@ -175,9 +175,9 @@ TEST_F(TNChannelTest, PeerClosingMidHeaderOrMidPayloadIsAPlainEndOfStream) {
         auto channel = connectToRawPeer(peer, delegate);
         ASSERT_TRUE(peer.write(rawFrame(101, 1, {5})));
         ASSERT_TRUE(peer.write(partial));
-        ASSERT_TRUE(pumpUntil([&] { return delegate->frames.size() == 1; }));
+        ASSERT_TRUE(runMainQueueUntil([&] { return delegate->frames.size() == 1; }));
         peer.closePeer();
-        ASSERT_TRUE(pumpUntil([&] { return delegate->ends.size() == 1; }));
+        ASSERT_TRUE(runMainQueueUntil([&] { return delegate->ends.size() == 1; }));
         EXPECT_EQ(delegate->ends[0].error, std::nullopt);
         EXPECT_EQ(delegate->frames.size(), 1u) << "the partial frame is never delivered";
         EXPECT_EQ(channel->connState(), TNChannel::kConnStateNone);
@@ -203,7 +203,7 @@ TEST_F(TNChannelTest, BadHeadersEndTheChannelWithAProtocolError) {
         auto delegate = makeDelegate();
         auto channel = connectToRawPeer(peer, delegate);
         ASSERT_TRUE(peer.write(item.bytes));
-        ASSERT_TRUE(pumpUntil([&] { return delegate->ends.size() == 1; }));
+        ASSERT_TRUE(runMainQueueUntil([&] { return delegate->ends.size() == 1; }));
         EXPECT_EQ(delegate->ends[0].error, item.error);
         EXPECT_TRUE(delegate->asked.empty());
         EXPECT_TRUE(delegate->frames.empty());
@@ -212,7 +212,7 @@ TEST_F(TNChannelTest, BadHeadersEndTheChannelWithAProtocolError) {
         if (item.logLines == 1) {
             EXPECT_TRUE(log.contains("Refusing frame of type 104"));
         }
-        EXPECT_TRUE(pumpUntil([&] { return peer.sawEndOfStream(); }));
+        EXPECT_TRUE(runMainQueueUntil([&] { return peer.sawEndOfStream(); }));
     }
 }
 
@@ -226,7 +226,7 @@ TEST_F(TNChannelTest, RefusedFramesAreSkippedAndReadingGoesOn) {
         stream.insert(stream.end(), frame.begin(), frame.end());
     }
     ASSERT_TRUE(peer.write(stream));
-    ASSERT_TRUE(pumpUntil([&] { return delegate->frames.size() == 1; }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return delegate->frames.size() == 1; }));
     EXPECT_EQ(delegate->frames[0].type, 105u);
     EXPECT_EQ(delegate->frames[0].payload, (Bytes{1, 2}));
     ASSERT_EQ(delegate->asked.size(), 3u);
@@ -238,7 +238,7 @@ TEST_F(TNChannelTest, RefusedFramesAreSkippedAndReadingGoesOn) {
     delegate->flags = kTNChannelDelegateDidEnd;
     channel->setDelegate(delegate);
     ASSERT_TRUE(peer.write(rawFrame(200, 4, {7})));
-    ASSERT_TRUE(pumpUntil([&] { return delegate->frames.size() == 2; }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return delegate->frames.size() == 2; }));
     EXPECT_EQ(delegate->asked.size(), 3u);
 }
 
@@ -247,11 +247,11 @@ TEST_F(TNChannelTest, AFrameOfTypeZeroEndsTheChannelCleanlyWithoutReadingItsPayl
     auto delegate = makeDelegate();
     auto channel = connectToRawPeer(peer, delegate);
     ASSERT_TRUE(peer.write(rawFrame(0, 5, {1, 2, 3, 4})));
-    ASSERT_TRUE(pumpUntil([&] { return delegate->ends.size() == 1; }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return delegate->ends.size() == 1; }));
     EXPECT_EQ(delegate->ends[0].error, std::nullopt);
     EXPECT_TRUE(delegate->frames.empty());
     EXPECT_FALSE(channel->isConnected());
-    EXPECT_TRUE(pumpUntil([&] { return peer.sawEndOfStream(); }));
+    EXPECT_TRUE(runMainQueueUntil([&] { return peer.sawEndOfStream(); }));
 
     // The channel is done: sends are refused.
     std::optional<TNOptionalError> sent;
@@ -275,7 +275,7 @@ TEST_F(TNChannelTest, SendingToAPeerThatWentAwayReportsAnErrorAndTheProcessLives
             results.push_back(error);
         });
     }
-    ASSERT_TRUE(pumpUntil([&] { return results.size() == 4 && delegate->ends.size() == 1; }))
+    ASSERT_TRUE(runMainQueueUntil([&] { return results.size() == 4 && delegate->ends.size() == 1; }))
         << results.size() << " results, " << delegate->ends.size() << " ends";
     EXPECT_TRUE(std::any_of(results.begin(), results.end(), [](const TNOptionalError& error) {
         return error == TNError::posix(EPIPE) || error == TNError::posix(ECONNRESET);
@@ -305,7 +305,7 @@ TEST_F(TNChannelTest, ConnectAndSendInTheWrongStateAreRefused) {
         EXPECT_EQ(address, std::nullopt);
     });
     EXPECT_EQ(second, TNOptionalError(TNError::posix(1)));
-    ASSERT_TRUE(pumpUntil([&] { return !first.empty(); }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return !first.empty(); }));
     EXPECT_EQ(first, std::vector<TNOptionalError>{std::nullopt});
     EXPECT_EQ(channel->connState(), TNChannel::kConnStateConnected);
 
@@ -329,7 +329,7 @@ TEST_F(TNChannelTest, AFailedConnectReportsTheSystemErrorAndSpendsTheChannel) {
         result = error;
         EXPECT_EQ(address, std::nullopt);
     });
-    ASSERT_TRUE(pumpUntil([&] { return result.has_value(); }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return result.has_value(); }));
     EXPECT_EQ(*result, TNError::posix(ECONNREFUSED));
     EXPECT_EQ(channel->connState(), TNChannel::kConnStateConnecting);
     std::optional<TNOptionalError> again;
@@ -357,12 +357,12 @@ TEST_F(TNChannelTest, ConnectingThroughTheHubTakesOverTheTunnelSocket) {
     EXPECT_EQ(channel->connState(), TNChannel::kConnStateConnected);
 
     ASSERT_TRUE(hub.writeToChannel(rawFrame(108, 2, {1, 2, 3})));
-    ASSERT_TRUE(pumpUntil([&] { return delegate->frames.size() == 1; }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return delegate->frames.size() == 1; }));
     EXPECT_EQ(delegate->frames[0].payload, (Bytes{1, 2, 3}));
 
     std::optional<TNOptionalError> sent;
     channel->sendFrameOfType(102, 9, nullptr, [&](const TNOptionalError& error) { sent = error; });
-    ASSERT_TRUE(pumpUntil([&] { return sent.has_value(); }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return sent.has_value(); }));
     Bytes received(32);
     ASSERT_EQ(::recv(hub.peer, received.data(), received.size(), MSG_DONTWAIT), 16);
     received.resize(16);
@@ -370,28 +370,10 @@ TEST_F(TNChannelTest, ConnectingThroughTheHubTakesOverTheTunnelSocket) {
 
     // The end over the hub tells only the tunnel's own error, not the loop's.
     ASSERT_TRUE(hub.writeToChannel(rawFrame(108, 2, {}, 2)));
-    ASSERT_TRUE(pumpUntil([&] { return delegate->ends.size() == 1; }));
+    ASSERT_TRUE(runMainQueueUntil([&] { return delegate->ends.size() == 1; }));
     EXPECT_EQ(delegate->ends[0].channel, channel);
     EXPECT_EQ(delegate->ends[0].error, std::nullopt);
     EXPECT_FALSE(channel->isConnected());
-}
-
-TEST_F(TNChannelTest, IdentityAndDescription) {
-    auto delegate = makeDelegate(kTNChannelDelegateDidEnd);
-    auto a = track(TNChannel::channelWithDelegate(delegate));
-    auto b = track(TNChannel::channelWithDelegate(nullptr));
-    EXPECT_EQ(a->uuid(), a->uuid());
-    EXPECT_NE(a->uuid(), b->uuid());
-    EXPECT_TRUE(MIDIInternals::parseUUIDString(a->uuid()).has_value());
-    b->setUuid("fixed");
-    EXPECT_EQ(b->uuid(), "fixed");
-    EXPECT_EQ(a->protocol(), b->protocol()) << "channels on one queue share the queue's protocol";
-    EXPECT_EQ(b->delegate(), nullptr);
-
-    EXPECT_EQ(a->description(), fmt::format("<TNChannel: {} (closed)>", fmt::ptr(a.get())));
-    a->userInfo = "pad";
-    a->listenOnPort(0, kLoopback, nullptr);
-    EXPECT_EQ(a->description(), fmt::format("<TNChannel: {} (listening) pad>", fmt::ptr(a.get())));
 }
 
 }  // namespace

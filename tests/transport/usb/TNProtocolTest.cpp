@@ -15,7 +15,6 @@
 namespace havrel {
 namespace {
 
-using testing::pumpUntil;
 using testing::shared;
 
 TEST(TNFrameHeaderTest, FieldsTravelBigEndianAndShortInputDecodesToNothing) {
@@ -107,17 +106,6 @@ TEST(TNProtocolTest, FrameIsHeaderPlusReferencedPayload) {
     ASSERT_EQ(frame.size(), 2u);
     EXPECT_EQ(*frame[0], (Bytes{0, 0, 0, 1, 0, 0, 0, 108, 0, 1, 0, 0, 0, 0, 0, 3}));
     EXPECT_EQ(frame[1].get(), payload.get()) << "the payload is sent from its own buffer";
-}
-
-TEST(TNDataTest, ViewOfItsBufferWithDescription) {
-    EXPECT_EQ(TNData::dataWithContentsOfDispatchData(nullptr), nullptr);
-    auto buffer = shared({1, 2, 3, 4});
-    auto data = TNData::dataWithContentsOfDispatchData(buffer);
-    ASSERT_NE(data, nullptr);
-    EXPECT_EQ(data->data(), buffer->data());
-    EXPECT_EQ(data->length(), 4u);
-    EXPECT_EQ(Bytes(data->bytes().begin(), data->bytes().end()), *buffer);
-    EXPECT_EQ(data->description(), fmt::format("<TNData: {} (4 bytes)>", fmt::ptr(data.get())));
 }
 
 TEST(TNPropertyListPayloadTest, BinaryOutAnyFormatInGarbageIsNothing) {
