@@ -3,23 +3,23 @@
 // registry, both transports (USB on a local client device that is only there to be found) and
 // the MIDI service on the loopback server, with a listening application on the virtual output.
 // Also the client's side of the conversation: its introduction, a one-fader configuration,
-// range commands and messages with their end marker.
+// range commands and messages with their end marker; and the session both platforms play.
 
 #include "midi_service/MIDIServiceFixture.hpp"
 #include "transport/usb/FakeClientDevice.hpp"
+#include "ClientDocuments.hpp"
 #include "TransportScope.hpp"
 
-#include "central/HVEncodedRangeCommand.hpp"
+#include "backends/bluetooth_simulated/SimulatedBluetoothRadio.hpp"
 #include "central/HVTransmissionManager.hpp"
+#include "central/RNBluetoothMIDICommandPure.hpp"
 #include "core/HVCentralConnectionManager.hpp"
 #include "core/HavrelCoreBaseMac.hpp"
 #include "midi_service/HVMIDIManager.hpp"
-#include "model/HVDataHelpers.hpp"
-#include "model/HVEncodedConfiguration.hpp"
-#include "model/HVMidiAxisDataWrapper.hpp"
-#include "model/HVMidiRangeContainer.hpp"
 #include "platform/DefaultsStore.hpp"
 #include "platform/HostPrompts.hpp"
+#include "platform/Log.hpp"
+#include "platform/TemporaryFolder.hpp"
 #include "transport/bluetooth/RNCentralBluetoothManager.hpp"
 #include "transport/usb/HVCentralUSBManager.hpp"
 
@@ -31,24 +31,6 @@
 namespace havrel::testing {
 
 inline constexpr const char* kSessionProduct = "havrel-test";
-
-// A document with one fader: wrapper 1, axis 0, the controller on channel 1.
-inline Bytes faderDocument(std::uint8_t controller) {
-    auto axis = HVMidiAxisData::create();
-    axis->addRangeContainer(HVMidiRangeContainer::containerWithDefaultValuesAndChannel(1, controller, false));
-    auto wrapper = HVMidiAxisDataWrapper::midiAxisWrapperWithAxisArray({axis});
-    wrapper->numericID = 1;
-    auto configuration = HVEncodedConfiguration::create();
-    configuration->dataWrappers = {wrapper};
-    const std::string json = configuration->dictionary().dump();
-    return *gzipDeflate(Bytes(json.begin(), json.end()));
-}
-
-inline Bytes range(double position) {
-    return *HVEncodedRangeCommand::rangeCommandWithRangeValues(
-                {HVEncodedRangeValue::rangeValueWithDataWraperID(1, 0, position)})
-                .data();
-}
 
 // A message of the in characteristic: command, body, end marker.
 inline Bytes inMessage(std::uint8_t command, ByteView body) {
@@ -98,8 +80,6 @@ protected:
     virtual bool platformSettled() { return true; }
 
     void SetUp() override {
-        folder_ = std::filesystem::temp_directory_path() / ("havrel-bluetooth-path-" + std::to_string(::getpid()));
-        std::filesystem::create_directories(folder_);
         DefaultsStore::setStandard(std::make_shared<DefaultsStore>(folder_ / "defaults.json"));
         HostPrompts::setShared(prompts_);
         RNBluetoothPlatform::setShared(sessionPlatform());
@@ -135,7 +115,6 @@ protected:
         RNBluetoothPlatform::setShared(nullptr);
         HostPrompts::setShared(nullptr);
         DefaultsStore::setStandard(nullptr);
-        std::filesystem::remove_all(folder_);
         MIDIServiceTest::TearDown();
     }
 
@@ -176,7 +155,74 @@ protected:
         }
     }
 
-    std::filesystem::path folder_;
+    // The client device's side of the link, on the platform under test.
+    virtual void notify(const std::string& characteristicUUID, const std::vector<Bytes>& values) = 0;
+    virtual std::vector<Bytes> outWrites() = 0;
+    virtual void dropLink() = 0;
+    virtual bool linkUp() = 0;
+
+    // With the client "Pad" introduced: the version, then the Central's identity, each one write
+    // ending in the marker; the configuration in link-sized pieces; a range command on realtime
+    // that finishes while a pure MIDI message on in is still open (the note leaves as it
+    // arrives, the fader a turn of the main queue later, unless each value is a signal of its
+    // own); then the link is lost, and the registry forgets the client and the transport starts
+    // over. A new scan finds it again.
+    void playSessionUntilTheLinkIsFoundAgain(bool noteFirst) {
+        auto client = registry_->bluetoothClients().front();
+        EXPECT_EQ(client->connectionName, "Pad");
+        EXPECT_EQ(client->peripheral, bluetooth_->currentPeripheral());
+        EXPECT_FALSE(bluetooth_->hasConnectionTimeout());
+        EXPECT_TRUE(pump([] { return DefaultsStore::standard()->get(kLastConnectedAtKey).has_value(); }));
+
+        const auto replies = outWrites();
+        ASSERT_EQ(replies.size(), 2u);
+        EXPECT_EQ(text(replies[0]), "{\"v\":\"2.1\"}||");
+        const std::string identity = text(replies[1]);
+        ASSERT_GE(identity.size(), 2u);
+        EXPECT_EQ(identity.substr(identity.size() - 2), "||");
+        const auto central = Dictionary::parse(identity.substr(0, identity.size() - 2));
+        EXPECT_EQ(central["version"], "1.0");
+        EXPECT_EQ(central["apiVersion"], "2.1");
+        EXPECT_EQ(central["minApi"], "2.1");
+
+        notify(kHavrelInCharacteristicUUID, notificationPieces(inMessage(1, faderDocument(7)), 182));
+        ASSERT_TRUE(pump([&] { return client->configuration != nullptr; }));
+
+        const Bytes note = inMessage(3, *RNBluetoothMIDICommandPure::MIDICommandWithStatus(0x90, 60, 100).data());
+        notify(kHavrelInCharacteristicUUID, {Bytes(note.begin(), note.begin() + 2)});
+        notify(kHavrelRealtimeCharacteristicUUID, notificationPieces(realtimeMessage(range(1.0)), 3));
+        notify(kHavrelInCharacteristicUUID, {Bytes(note.begin() + 2, note.end())});
+        ASSERT_TRUE(pump([&] { return events_.count() == 2; }));
+        const auto received = events_.snapshot();
+        if (noteFirst) {
+            EXPECT_NE(received[0].get<MIDICore::MIDIEvent::NoteOn>(), nullptr);
+        }
+        const MIDICore::MIDIEvent::NoteOn* noteOn = nullptr;
+        const MIDICore::MIDIEvent::CC* cc = nullptr;
+        for (const auto& event : received) {
+            noteOn = noteOn ? noteOn : event.get<MIDICore::MIDIEvent::NoteOn>();
+            cc = cc ? cc : event.get<MIDICore::MIDIEvent::CC>();
+        }
+        ASSERT_NE(noteOn, nullptr);
+        EXPECT_EQ(noteOn->note.number(), MIDICore::UInt7(60));
+        ASSERT_NE(cc, nullptr);
+        EXPECT_EQ(cc->controller.number(), MIDICore::UInt7(7));
+        EXPECT_EQ(cc->value().midi1Value(), MIDICore::UInt7(127));
+
+        ScopedLogCapture capture;
+        dropLink();
+        ASSERT_TRUE(pump([&] { return registry_->clients.empty(); }));
+        EXPECT_TRUE(bluetooth_->bluetoothConnections().empty());
+        EXPECT_TRUE(bluetooth_->hvDiscoveredDevices().empty());
+        EXPECT_FALSE(bluetooth_->hasConnectionTimeout());
+        EXPECT_EQ(capture.count("did disconnect peripheral error"), 1u);
+
+        bluetooth_->scan();
+        ASSERT_TRUE(pump([&] { return linkUp(); }));
+    }
+
+    TemporaryFolder temporary_;
+    const std::filesystem::path folder_ = temporary_.path();
     std::shared_ptr<ScriptedHostPrompts> prompts_ = std::make_shared<ScriptedHostPrompts>();
     std::optional<TransportScope> transports_;
     std::unique_ptr<FakeClientDevice> localDevice_;

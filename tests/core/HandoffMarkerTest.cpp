@@ -4,6 +4,7 @@
 #include "core/HVHandoffMarker.hpp"
 #include "platform/DefaultsStore.hpp"
 #include "platform/MainQueue.hpp"
+#include "platform/TemporaryFolder.hpp"
 
 #include <gtest/gtest.h>
 
@@ -16,9 +17,8 @@ namespace {
 
 TEST(HandoffMarkerTest, AWriteWaitingForItsSecondIsMadeWhenTheMarkerEnds) {
     ManualClockScope clock;
-    char pattern[] = "/tmp/havrel-marker-XXXXXX";
-    const std::filesystem::path folder = ::mkdtemp(pattern);
-    const auto store = std::make_shared<DefaultsStore>(folder / "defaults.json");
+    testing::TemporaryFolder folder;
+    const auto store = std::make_shared<DefaultsStore>(folder.path() / "defaults.json");
     DefaultsStore::setStandard(store);
 
     auto marker = HVHandoffMarker::create();
@@ -39,7 +39,6 @@ TEST(HandoffMarkerTest, AWriteWaitingForItsSecondIsMadeWhenTheMarkerEnds) {
     EXPECT_NE(*written, "before");
 
     DefaultsStore::setStandard(nullptr);
-    std::filesystem::remove_all(folder);
 }
 
 }  // namespace

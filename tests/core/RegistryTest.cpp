@@ -10,6 +10,7 @@
 #include "platform/Log.hpp"
 #include "platform/NotificationCenter.hpp"
 #include "platform/PropertyList.hpp"
+#include "platform/TemporaryFolder.hpp"
 
 #include "TransportScope.hpp"
 #include "support/MainQueueWaiting.hpp"
@@ -109,8 +110,6 @@ std::shared_ptr<RNBluetoothClient> bluetoothClient(const std::string& name, cons
 class RegistryTest : public ::testing::Test {
 protected:
     RegistryTest() {
-        char pattern[] = "/tmp/havrel-registry-XXXXXX";
-        folder_ = ::mkdtemp(pattern);
         DefaultsStore::setStandard(std::make_shared<DefaultsStore>(folder_ / "defaults.json"));
         HostPrompts::setShared(prompts_);
         registry_->usbDelegate = delegate_;
@@ -126,7 +125,6 @@ protected:
         NotificationCenter::defaultCenter().removeObserver(this);
         HostPrompts::setShared(nullptr);
         DefaultsStore::setStandard(nullptr);
-        std::filesystem::remove_all(folder_);
     }
 
     void connectUSB(std::optional<std::int64_t> deviceID, const Dictionary& info) {
@@ -137,7 +135,8 @@ protected:
     }
 
     testing::TransportScope transports_;
-    std::filesystem::path folder_;
+    testing::TemporaryFolder temporary_;
+    const std::filesystem::path folder_ = temporary_.path();
     std::shared_ptr<ScriptedHostPrompts> prompts_ = std::make_shared<ScriptedHostPrompts>();
     std::shared_ptr<HVCentralConnectionManager> registry_ =
         HVCentralConnectionManager::initWithProductToSendOut("Havrel Central", "3.0");

@@ -5,9 +5,9 @@
 #include "midi_service/MIDIServiceFixture.hpp"
 #include "support/UsbmuxStandIn.hpp"
 #include "transport/usb/FakeClientDevice.hpp"
+#include "ClientDocuments.hpp"
 #include "TransportScope.hpp"
 
-#include "central/HVEncodedRangeCommand.hpp"
 #include "central/HVFileRepresentation.hpp"
 #include "central/HVReceivedFiles.hpp"
 #include "central/HVTransmissionManager.hpp"
@@ -16,13 +16,10 @@
 #include "core/HavrelCoreBaseMac.hpp"
 #include "midi_service/HVMIDIManager.hpp"
 #include "model/HVDataHelpers.hpp"
-#include "model/HVEncodedConfiguration.hpp"
-#include "model/HVMidiAxisDataWrapper.hpp"
-#include "model/HVMidiRangeContainer.hpp"
 #include "platform/DefaultsStore.hpp"
 #include "platform/HostPrompts.hpp"
 #include "platform/Log.hpp"
-#include "platform/PropertyList.hpp"
+#include "platform/TemporaryFolder.hpp"
 #include "transport/usb/HVCentralUSBManager.hpp"
 #include "transport/usb/TNUSBHub.hpp"
 
@@ -36,34 +33,11 @@
 namespace havrel {
 namespace {
 
+using havrel::testing::faderDocument;
 using havrel::testing::FakeClientDevice;
+using havrel::testing::range;
 using havrel::testing::UsbmuxStandIn;
 using MIDICore::MIDIEvent;
-
-Bytes deviceInfo(const std::string& name, const std::string& uniqueIdentifier, const std::string& apiVersion) {
-    Dictionary client = {{"type", "RNUSBClient"},        {"connectionName", name},
-                         {"productID", "havrel-test"},   {"uniqueIdentifier", uniqueIdentifier},
-                         {"apiVersion", apiVersion},     {"version", "1.0"}};
-    return *propertyListData(Dictionary{{"usbClient", client}}, PropertyListFormat::binary).data;
-}
-
-// A document with one fader: wrapper 1, axis 0, the controller on the channel (stored from 1).
-Bytes faderDocument(std::uint8_t controller, std::uint8_t channel) {
-    auto axis = HVMidiAxisData::create();
-    axis->addRangeContainer(HVMidiRangeContainer::containerWithDefaultValuesAndChannel(channel, controller, false));
-    auto wrapper = HVMidiAxisDataWrapper::midiAxisWrapperWithAxisArray({axis});
-    wrapper->numericID = 1;
-    auto configuration = HVEncodedConfiguration::create();
-    configuration->dataWrappers = {wrapper};
-    const std::string json = configuration->dictionary().dump();
-    return *gzipDeflate(Bytes(json.begin(), json.end()));
-}
-
-Bytes range(double position) {
-    return *HVEncodedRangeCommand::rangeCommandWithRangeValues(
-                {HVEncodedRangeValue::rangeValueWithDataWraperID(1, 0, position)})
-                .data();
-}
 
 // A file representation: the name and the gzip of the text.
 Bytes fileFrame(const std::string& name, const std::string& text) {
@@ -90,8 +64,6 @@ std::size_t openDescriptorCount() {
 class USBPathTest : public havrel::testing::MIDIServiceTest {
 protected:
     void SetUp() override {
-        folder_ = std::filesystem::temp_directory_path() / ("havrel-usb-path-" + std::to_string(::getpid()));
-        std::filesystem::create_directories(folder_);
         DefaultsStore::setStandard(std::make_shared<DefaultsStore>(folder_ / "defaults.json"));
         HostPrompts::setShared(prompts_);
         standIn_ = std::make_unique<UsbmuxStandIn>(folder_ / "usbmuxd");
@@ -116,7 +88,6 @@ protected:
         HostPrompts::setShared(nullptr);
         HVReceivedFiles::setShared(nullptr);
         DefaultsStore::setStandard(nullptr);
-        std::filesystem::remove_all(folder_);
         MIDIServiceTest::TearDown();
     }
 
@@ -135,7 +106,8 @@ protected:
 
     std::chrono::milliseconds step_{1};
 
-    std::filesystem::path folder_;
+    testing::TemporaryFolder temporary_;
+    const std::filesystem::path folder_ = temporary_.path();
     std::shared_ptr<ScriptedHostPrompts> prompts_ = std::make_shared<ScriptedHostPrompts>();
     std::unique_ptr<UsbmuxStandIn> standIn_;
     std::optional<testing::TransportScope> transports_;
@@ -165,8 +137,8 @@ TEST_F(USBPathTest, TwoClientsDriveMIDIAndANewerAPIIsRefusedButAnswered) {
     standIn_->attachDevice(5, usbDevice_->port());
     ASSERT_TRUE(pump([&] { return usbDevice_->connected() && localDevice_->connected(); }));
 
-    usbDevice_->send(100, deviceInfo("USB Pad", "usb-1", "2.1"));
-    localDevice_->send(100, deviceInfo("Local Pad", "local-1", "2.1"));
+    usbDevice_->introduce("USB Pad", "usb-1");
+    localDevice_->introduce("Local Pad", "local-1");
     ASSERT_TRUE(pump([&] { return registry->usbClients().size() == 2; }));
     ASSERT_TRUE(pump([&] {
         return !usbDevice_->framesOfType(110).empty() && !localDevice_->framesOfType(110).empty();
@@ -202,7 +174,7 @@ TEST_F(USBPathTest, TwoClientsDriveMIDIAndANewerAPIIsRefusedButAnswered) {
     refusedDevice_ = FakeClientDevice::listening();
     standIn_->attachDevice(6, refusedDevice_->port());
     ASSERT_TRUE(pump([&] { return refusedDevice_->connected(); }));
-    refusedDevice_->send(100, deviceInfo("New Pad", "new-1", "2.2"));
+    refusedDevice_->introduce("New Pad", "new-1", "2.2");
     ASSERT_TRUE(pump([&] { return !refusedDevice_->framesOfType(110).empty() && !prompts_->alerts().empty(); }));
     EXPECT_EQ(prompts_->alerts().front().buttonTitle, "OK");
     EXPECT_EQ(registry->usbClients().size(), 2u);
@@ -239,7 +211,7 @@ TEST_F(USBPathTest, TwoHundredVisitsOnTheLocalPathLeaveNoRecordTimerOrDescriptor
     step_ = std::chrono::milliseconds(25);
     for (int visit = 0; visit < 200; ++visit) {
         ASSERT_TRUE(pump([&] { return localDevice_->connected(); })) << "visit " << visit;
-        localDevice_->send(100, deviceInfo("Local Pad", "local-1", "2.1"));
+        localDevice_->introduce("Local Pad", "local-1");
         localDevice_->send(104, faderDocument(7, 1));
         ASSERT_TRUE(pump([&] {
             auto record = registry->usbClientWithDeviceID(std::nullopt);
@@ -277,7 +249,7 @@ TEST_F(USBPathTest, AHostileClientCannotWriteFilesRepeatAlertsOrAddRecordsAndSti
     // identifier, which would match an earlier record).
     localDevice_->send(111, fileFrame("song.mid", "theirs"));
     for (int batch = 0; batch < 10; ++batch) {
-        for (int i = 0; i < 300; ++i) localDevice_->send(100, deviceInfo("Local Pad", "", "2.1"));
+        for (int i = 0; i < 300; ++i) localDevice_->introduce("Local Pad", "");
         pump([] { return false; }, std::chrono::milliseconds(20));
     }
     localDevice_->send(104, faderDocument(7, 1));
@@ -302,7 +274,7 @@ TEST_F(USBPathTest, AHostileClientCannotWriteFilesRepeatAlertsOrAddRecordsAndSti
     // A refused client repeating itself: one alert, and its file and MIDI go nowhere.
     step_ = std::chrono::milliseconds(25);
     ASSERT_TRUE(pump([&] { return localDevice_->connected(); }));
-    for (int i = 0; i < 100; ++i) localDevice_->send(100, deviceInfo("New Pad", "new-1", "2.2"));
+    for (int i = 0; i < 100; ++i) localDevice_->introduce("New Pad", "new-1", "2.2");
     localDevice_->send(106, Bytes{0x90 ^ 0x80, 60, 100});
     prompts_->queueSaveAnswer(received / "new.mid");
     localDevice_->send(111, fileFrame("new.mid", "x"));
