@@ -4,11 +4,11 @@
 // reading and then resets the connection. The program must keep serving and its memory must not grow with the hours.
 
 #include "system/Process.hpp"
+#include "transport/usb/FrameTestSupport.hpp"
 
 #include "central/HVFileRepresentation.hpp"
 #include "model/HVDataHelpers.hpp"
 #include "platform/PropertyList.hpp"
-#include "transport/usb/TNFrameHeader.hpp"
 #include "transport/usb/TNFrameType.hpp"
 
 #include <gtest/gtest.h>
@@ -28,22 +28,12 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 using Clock = std::chrono::steady_clock;
 
-Bytes frame(std::uint32_t type, const Bytes& payload) {
-    TNFrameHeader header;
-    header.type = type;
-    header.payloadSize = static_cast<std::uint32_t>(payload.size());
-    const auto head = encodeFrameHeader(header);
-    Bytes bytes(head.begin(), head.end());
-    bytes.insert(bytes.end(), payload.begin(), payload.end());
-    return bytes;
-}
-
 Bytes introduction(const std::string& apiVersion) {
     Dictionary client = {{"type", "RNUSBClient"},      {"connectionName", "Soak"},
                          {"productID", "havrel-soak"}, {"uniqueIdentifier", "havrel-soak:1"},
                          {"apiVersion", apiVersion},   {"version", "1.0"}};
-    return frame(TNFrameTypeDeviceInfo,
-                 *propertyListData(Dictionary{{"usbClient", client}}, PropertyListFormat::binary).data);
+    return rawFrame(TNFrameTypeDeviceInfo, 0,
+                    *propertyListData(Dictionary{{"usbClient", client}}, PropertyListFormat::binary).data);
 }
 
 Bytes file(const std::string& name) {
@@ -52,7 +42,7 @@ Bytes file(const std::string& name) {
     const std::string text = "soak";
     representation->data = *gzipDeflate(Bytes(text.begin(), text.end()));
     const std::string json = representation->dictionary().dump();
-    return frame(TNFrameTypeConfigurationDataFromCentral, Bytes(json.begin(), json.end()));
+    return rawFrame(TNFrameTypeConfigurationDataFromCentral, 0, Bytes(json.begin(), json.end()));
 }
 
 // Writes everything unless the peer is gone; reads and drops what the Central sends meanwhile so
@@ -148,7 +138,7 @@ TEST(HostileClientsSoak, TheCentralKeepsServingAndItsMemoryStaysFlat) {
                 for (int i = 0; i < 100; ++i) {
                     const auto refusedFile = file("refused.txt");
                     burst.insert(burst.end(), refusedFile.begin(), refusedFile.end());
-                    const auto midi = frame(TNFrameTypePureMIDIData, Bytes{0x90, 0x3C, 0x40});
+                    const auto midi = rawFrame(TNFrameTypePureMIDIData, 0, Bytes{0x90, 0x3C, 0x40});
                     burst.insert(burst.end(), midi.begin(), midi.end());
                 }
                 sendAll(peer, burst);
@@ -156,7 +146,7 @@ TEST(HostileClientsSoak, TheCentralKeepsServingAndItsMemoryStaysFlat) {
                 break;
             }
             case 2: {  // garbage: the Central closes the connection
-                sendAll(peer, frame(99, Bytes(64, 0xAB)));
+                sendAll(peer, rawFrame(99, 0, Bytes(64, 0xAB)));
                 EXPECT_TRUE(drainUntilClosed(peer, seconds(10))) << "garbage in round " << round;
                 break;
             }
