@@ -6,6 +6,7 @@
 #include "backends/midi_loopback/LoopbackMIDIServer.hpp"
 #include "platform/DefaultsStore.hpp"
 #include "platform/Log.hpp"
+#include "platform/TemporaryFolder.hpp"
 
 #include <gtest/gtest.h>
 
@@ -22,14 +23,11 @@ namespace {
 class CentralMIDITest : public testing::MIDIServiceTest {
 protected:
     CentralMIDITest() {
-        char pattern[] = "/tmp/havrel-central-midi-XXXXXX";
-        folder_ = ::mkdtemp(pattern);
         DefaultsStore::setStandard(std::make_shared<DefaultsStore>(folder_ / "defaults.json"));
     }
     void TearDown() override {
         HVMIDIManager::setShared(nullptr);
         DefaultsStore::setStandard(nullptr);
-        std::filesystem::remove_all(folder_);
         MIDIServiceTest::TearDown();
     }
     std::size_t printed() {
@@ -41,7 +39,8 @@ protected:
         return lines_.empty() ? std::string() : lines_.back();
     }
 
-    std::filesystem::path folder_;
+    testing::TemporaryFolder temporary_;
+    const std::filesystem::path folder_ = temporary_.path();
     std::mutex mutex_;
     std::vector<std::string> lines_;
 };

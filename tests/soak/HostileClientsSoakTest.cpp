@@ -3,6 +3,7 @@
 // times, a client the registry refuses sending files and MIDI, garbage, and a peer that stops
 // reading and then resets the connection. The program must keep serving and its memory must not grow with the hours.
 
+#include "platform/TemporaryFolder.hpp"
 #include "system/Process.hpp"
 #include "transport/usb/FrameTestSupport.hpp"
 
@@ -95,8 +96,8 @@ std::size_t residentKiB(pid_t pid) {
 TEST(HostileClientsSoak, TheCentralKeepsServingAndItsMemoryStaysFlat) {
     const char* configured = std::getenv("HAVREL_SOAK_SECONDS");
     const auto length = seconds(configured ? std::atoi(configured) : 3600);
-    char pattern[] = "/tmp/havrel-soak-XXXXXX";
-    const std::filesystem::path folder = ::mkdtemp(pattern);
+    TemporaryFolder temporary;
+    const std::filesystem::path folder = temporary.path();
 
     const int listener = boundSocket(0);
     ASSERT_GE(listener, 0);
@@ -177,7 +178,6 @@ TEST(HostileClientsSoak, TheCentralKeepsServingAndItsMemoryStaysFlat) {
     EXPECT_TRUE(std::filesystem::exists(folder / "received" / "after.txt")) << central.err();
     EXPECT_LT(endKiB, startKiB + 8 * 1024) << "RSS grew from " << startKiB << " to " << endKiB << " KiB";
     ::close(listener);
-    std::filesystem::remove_all(folder);
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include "midi_service/HVMIDIManager.hpp"
 #include "platform/DefaultsStore.hpp"
 #include "platform/MIDILibraryServices.hpp"
+#include "platform/TemporaryFolder.hpp"
 #include "support/MainQueueWaiting.hpp"
 #include "vm/SequencerPeer.hpp"
 
@@ -52,9 +53,7 @@ protected:
             GTEST_SKIP() << "no ALSA sequencer here (/dev/snd/seq does not open); "
                             "scripts/vm/run-tests runs this suite in a VM that has one";
         }
-        char pattern[] = "/tmp/havrel-alsa-service-XXXXXX";
-        folder_ = ::mkdtemp(pattern);
-        DefaultsStore::setStandard(std::make_shared<DefaultsStore>(folder_ / "defaults.json"));
+        DefaultsStore::setStandard(std::make_shared<DefaultsStore>(folder_.path() / "defaults.json"));
         installMIDILibraryServices();
         configuration_->productToSendOut = "Havrel Test";
         server_ = MIDIIO::AlsaMIDIBackend::install();
@@ -68,9 +67,6 @@ protected:
         MIDIIO::MIDIPlatform::setShared(nullptr);
         server_.reset();
         DefaultsStore::setStandard(nullptr);
-        if (!folder_.empty()) {
-            std::filesystem::remove_all(folder_);
-        }
     }
 
     void stopService() {
@@ -96,7 +92,7 @@ protected:
         service_ = HVMIDIManager::initSharedWithConnectionConfiguration(configuration_);
     }
 
-    std::filesystem::path folder_;
+    TemporaryFolder folder_;
     std::shared_ptr<HVConnectionTypeConfiguration> configuration_ = HVConnectionTypeConfiguration::create();
     std::shared_ptr<MIDIIO::AlsaMIDIServer> server_;
     std::shared_ptr<HVMIDIManager> service_;

@@ -266,7 +266,6 @@ TEST_F(ManagerTest, RefusedConnectsAndAnUnreadableHandshakeReportWhatHappened) {
     EXPECT_EQ(refusing->state(), CBPeripheralStateDisconnected);
     // Peripherals the platform hands back are connected to without a time-out.
     manager->centralManagerDidRetrievePeripherals({refusing});
-    EXPECT_EQ(capture.count("Retrieved peripheral: 1 - (<peripheral \"\" "), 1u);
     EXPECT_FALSE(manager->hasConnectionTimeout());
     clock.advance(0ms);
     EXPECT_EQ(refusing->state(), CBPeripheralStateConnected);
@@ -274,13 +273,12 @@ TEST_F(ManagerTest, RefusedConnectsAndAnUnreadableHandshakeReportWhatHappened) {
     clock.advance(0ms);
     refusing->settings().connectionAnswer = SimulatedPeripheral::ConnectionAnswer::refuse;
 
-    // A handshake that is no JSON: one line, no client, the time-out ends the link.
+    // A handshake that is no JSON: no client, and the time-out ends the link.
     refusing->stopAdvertising();
     manager->reset();
     auto garbled = linkedPeripheral();
     garbled->notify(kHavrelInCharacteristicUUID, {withMarker(0, "{\"type\": ")});
     clock.advance(0ms);
-    EXPECT_EQ(capture.count("client handshake JSON was malformed"), 1u);
     EXPECT_TRUE(delegate->clients.empty());
     clock.advance(4s);
     EXPECT_EQ(failures.size(), 3u);
@@ -344,7 +342,6 @@ TEST_F(ManagerTest, WithoutAutoConnectSightingsFillTheListInOrderAndTheHostPicks
     // Powered off, a scan does nothing.
     radio->setState(CBManagerStatePoweredOff);
     clock.advance(0ms);
-    EXPECT_EQ(capture.count("Central manager state: Bluetooth is currently powered off."), 1u);
     manager->scan();
     EXPECT_FALSE(manager->isScanning());
 

@@ -4,7 +4,6 @@
 // pair to the channel, and raw frames are built by hand.
 
 #include "platform/MainQueue.hpp"
-#include "support/MainQueueWaiting.hpp"
 #include "platform/Types.hpp"
 #include "transport/usb/TNChannel.hpp"
 #include "transport/usb/TNFrameHeader.hpp"

@@ -1,4 +1,5 @@
 #include "FrameTestSupport.hpp"
+#include "support/MainQueueWaiting.hpp"
 
 #include "platform/Log.hpp"
 #include "platform/MainQueue.hpp"

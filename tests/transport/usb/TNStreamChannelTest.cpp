@@ -1,4 +1,5 @@
 #include "FrameTestSupport.hpp"
+#include "support/MainQueueWaiting.hpp"
 
 #include "platform/MainQueue.hpp"
 #include "transport/usb/TNStreamChannel.hpp"

@@ -9,6 +9,7 @@
 #include "platform/Log.hpp"
 #include "platform/NotificationCenter.hpp"
 #include "platform/PropertyList.hpp"
+#include "platform/TemporaryFolder.hpp"
 #include "transport/usb/HVCentralUSBManager.hpp"
 #include "transport/usb/TNUSBHub.hpp"
 
@@ -202,9 +203,7 @@ class USBHubPathTest : public USBConnectionManagerTest {
 protected:
     void SetUp() override {
         USBConnectionManagerTest::SetUp();
-        socketDir_ = std::filesystem::temp_directory_path() / ("havrel-usbmux-" + std::to_string(::getpid()));
-        std::filesystem::create_directories(socketDir_);
-        standIn_ = std::make_unique<UsbmuxStandIn>(socketDir_ / "usbmuxd");
+        standIn_ = std::make_unique<UsbmuxStandIn>(socketDir_.path() / "usbmuxd");
         ::setenv("USBMUXD_SOCKET_ADDRESS", standIn_->socketAddress().c_str(), 1);
         TNUSBHub::setSharedHubForTesting(nullptr);
     }
@@ -213,7 +212,6 @@ protected:
         TNUSBHub::setSharedHubForTesting(nullptr);
         standIn_.reset();
         ::unsetenv("USBMUXD_SOCKET_ADDRESS");
-        std::filesystem::remove_all(socketDir_);
     }
     void startWithHub() {
         RNUSBServerConnectionManager::Options options;
@@ -223,7 +221,7 @@ protected:
         ASSERT_TRUE(runMainQueueUntil([&] { return standIn_->listenerCount() == 1; }));
     }
 
-    std::filesystem::path socketDir_;
+    testing::TemporaryFolder socketDir_;
     std::unique_ptr<UsbmuxStandIn> standIn_;
 };
 
