@@ -254,10 +254,8 @@ TEST_F(LoopbackTest, PropertyReadsGiveTypedValuesAndDisplayTexts) {
     };
     EXPECT_EQ(rows[0], (std::pair<std::string, std::string>{"Name", "Out"}));
     EXPECT_EQ(row("Advance Schedule Time (μs)"), "1500");
-    EXPECT_EQ(row("Is Embedded Entity"), "Yes");
     EXPECT_EQ(row("Driver Owner"), "com.example.driver");
     EXPECT_EQ(row("Max Receive Channels"), "-");
-    EXPECT_EQ(row("Driver Device Editor App"), "-");
 }
 
 TEST_F(LoopbackTest, LegacyReceiveKeepsRunningStatusAcrossPackets) {
