@@ -38,7 +38,7 @@ std::vector<int> kept(const std::vector<MIDIEvent>& events) {
 
 std::vector<int> through(const ChanVoiceTypes& selector) { return kept(filter(mixed(), selector)); }
 
-TEST(MIDIEventFilter, TypePrefixes) {
+TEST(MIDIEventFilter, ChannelVoicePrefixesByTypeChannelControllerAndNoteRange) {
     EXPECT_EQ(through(ChanVoiceTypes::onlyType(ChanVoiceType::cc)), (std::vector<int>{2, 3}));
     EXPECT_EQ(through(ChanVoiceTypes::keepTypes({ChanVoiceType::noteOn, ChanVoiceType::noteOff})),
               (std::vector<int>{0, 1, 5, 6, 7, 8, 9}));
@@ -48,16 +48,12 @@ TEST(MIDIEventFilter, TypePrefixes) {
     EXPECT_EQ(through(ChanVoiceTypes::drop()), (std::vector<int>{5, 6, 7, 8, 9}));
     EXPECT_EQ(through(ChanVoiceTypes::onlyTypes({})), (std::vector<int>{}));
     EXPECT_EQ(through(ChanVoiceTypes::keepTypes({})), (std::vector<int>{5, 6, 7, 8, 9}));
-}
-
-TEST(MIDIEventFilter, ChannelPrefixes) {
+    // Channels.
     EXPECT_EQ(through(ChanVoiceTypes::onlyChannel(UInt4(1))), (std::vector<int>{1, 3}));
     EXPECT_EQ(through(ChanVoiceTypes::keepChannels({UInt4(0), UInt4(2)})), (std::vector<int>{0, 2, 4, 5, 6, 7, 8, 9}));
     EXPECT_EQ(through(ChanVoiceTypes::dropChannel(UInt4(0))), (std::vector<int>{1, 3, 4, 5, 6, 7, 8, 9}));
     EXPECT_EQ(through(ChanVoiceTypes::dropChannels({})), (std::vector<int>{0, 1, 2, 3, 4, 5, 6, 7, 8, 9}));
-}
-
-TEST(MIDIEventFilter, ControlChangePrefixesNarrowTheClassToCC) {
+    // Controllers: the class narrows to control changes.
     EXPECT_EQ(through(ChanVoiceTypes::onlyCC(Controller::volume)), (std::vector<int>{3}));
     EXPECT_EQ(through(ChanVoiceTypes::onlyCC(UInt7(1))), (std::vector<int>{2}));
     EXPECT_EQ(through(ChanVoiceTypes::keepCC(Controller::volume)), (std::vector<int>{0, 1, 3, 4, 5, 6, 7, 8, 9}));
@@ -66,9 +62,7 @@ TEST(MIDIEventFilter, ControlChangePrefixesNarrowTheClassToCC) {
     EXPECT_EQ(through(ChanVoiceTypes::onlyCCs(std::vector<Controller>{})), (std::vector<int>{}));
     EXPECT_EQ(through(ChanVoiceTypes::keepCCs(std::vector<Controller>{})), (std::vector<int>{0, 1, 4, 5, 6, 7, 8, 9}));
     EXPECT_EQ(through(ChanVoiceTypes::dropCCs(std::vector<Controller>{})), (std::vector<int>{0, 1, 2, 3, 4, 5, 6, 7, 8, 9}));
-}
-
-TEST(MIDIEventFilter, NoteRangePrefixesAreClosedAndNarrowToNoteOnAndOff) {
+    // Note ranges are closed and narrow the class to note on and off.
     NoteRange low{UInt7(0), UInt7(60)};
     EXPECT_EQ(through(ChanVoiceTypes::onlyNotesInRange(low)), (std::vector<int>{0}));
     EXPECT_EQ(through(ChanVoiceTypes::onlyNotesInRange(NoteRange{UInt7(61), UInt7(72)})), (std::vector<int>{1}));

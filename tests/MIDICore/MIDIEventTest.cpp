@@ -88,11 +88,6 @@ TEST(MIDIEvent, ValidatedFieldsClampOnWriteAndEqualityUsesConvertedValues) {
     EXPECT_NE(pitch, MIDIEvent::pitchBend(ChanVoice14Bit32BitValue::midi1(16383), UInt4(2)));
     EXPECT_EQ(MIDIEvent::cc(UInt7(1), ChanVoice7Bit32BitValue::midi1(64), UInt4(0)),
               MIDIEvent::cc(Controller::modWheel, ChanVoice7Bit32BitValue::unitInterval(0.5), UInt4(0)));
-    EXPECT_EQ(MIDIEvent::timingClock(UInt4(2)).description(), "timingClock(group: 2)");
-    EXPECT_EQ(MIDIEvent::continue_().description(), "continue(group: 0)");
-    EXPECT_EQ(MIDIEvent::noteOn(60, ChanVoice7Bit16BitValue::midi1(64), UInt4(1)).description(),
-              "noteOn(note: 60, velocity: midi1(64), attribute: none, channel: 1, group: 0, "
-              "midi1ZeroVelocityAsNoteOff: true)");
 }
 
 TEST(MIDIEvent, ParameterNumberFormsRecogniseNamedCases) {

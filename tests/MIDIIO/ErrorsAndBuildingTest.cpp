@@ -12,26 +12,14 @@
 namespace MIDIIO::testing {
 namespace {
 
-TEST(MIDIIOErrorTest, StatusCasesAndErrorTextsFollowTheirTables) {
-    MIDIOSStatus notFound(-10842);
-    EXPECT_EQ(notFound.kind(), MIDIOSStatus::Case::objectNotFound);
-    EXPECT_EQ(notFound.description(), "The requested object does not exist. (kMIDIObjectNotFound)");
-    EXPECT_EQ(MIDIOSStatus(7).description(), "I/O Error. (kMIDIMsgIOError)");
-    EXPECT_EQ(MIDIOSStatus(-10830).description(), "An invalid MIDIClientRef was passed. (kMIDIInvalidClient)");
-    EXPECT_EQ(MIDIOSStatus(-50).description(), "Internal OSStatus error -50.");
+TEST(MIDIIOErrorTest, StatusCasesFollowTheTableAndUnknownNumbersKeepTheirValue) {
+    EXPECT_EQ(MIDIOSStatus(-10842).kind(), MIDIOSStatus::Case::objectNotFound);
     EXPECT_EQ(MIDIOSStatus::of(MIDIOSStatus::Case::notPermitted).rawValue(), -10844);
-    // A number the table does not know keeps its value.
     MIDIOSStatus unknown(-12345);
     EXPECT_EQ(unknown.kind(), MIDIOSStatus::Case::other);
     EXPECT_EQ(unknown.rawValue(), -12345);
     EXPECT_EQ(unknown.description(), "Unknown OSStatus error: -12345");
-    EXPECT_EQ(MIDIIOError::malformed("bad").description(), "bad");
-    EXPECT_STREQ(MIDIIOError::managerNotStarted().what(), "Manager has not yet been started.");
-    EXPECT_EQ(MIDIIOError::connectionError("x").description(), "Connection Error: x");
-    EXPECT_EQ(MIDIIOError::internalInconsistency("y").description(), "Internal inconsistency: y");
-    EXPECT_EQ(CoreMIDIAPIVersion::newCoreMIDI(MIDIProtocolVersion::midi2_0).description(), "New Core MIDI API (MIDI 2.0)");
     EXPECT_EQ(CoreMIDIAPIVersion::legacyCoreMIDI().midiProtocol(), MIDIProtocolVersion::midi1_0);
-    EXPECT_EQ(MIDIIOObjectProperty::allCases().size(), 45u);
     EXPECT_EQ(MIDIIOObjectProperty::fromKey("connUniqueID")->displayName(), "Connection Unique ID");
 
     EXPECT_NO_THROW(MIDIIOError::check(noErr));
@@ -41,7 +29,6 @@ TEST(MIDIIOErrorTest, StatusCasesAndErrorTextsFollowTheirTables) {
     } catch (const MIDIIOError& error) {
         ASSERT_NE(error.get<MIDIIOError::OSStatusError>(), nullptr);
         EXPECT_EQ(error.get<MIDIIOError::OSStatusError>()->status.kind(), MIDIOSStatus::Case::unknownProperty);
-        EXPECT_EQ(error.description(), "Attempt to query a property not set on the object. (kMIDIUnknownProperty)");
     }
 }
 
@@ -60,14 +47,13 @@ TEST(MIDIEventPacketTest, WordCountAndPacketListSizeLimits) {
             FAIL() << "no words";
         } catch (const MIDIInternalError& error) {
             EXPECT_EQ(error.kind(), MIDIInternalError::Case::umpEmpty);
-            EXPECT_EQ(error.description(), "Universal MIDI Packet cannot be empty.");
         }
         words.push_back(0);
         try {
             make(words, 0);
             FAIL() << "65 words";
         } catch (const MIDIInternalError& error) {
-            EXPECT_EQ(error.description(), "Universal MIDI Packet cannot contain more than 64 UInt32 words.");
+            EXPECT_EQ(error.kind(), MIDIInternalError::Case::umpTooLarge);
         }
         words.pop_back();
     }
@@ -80,9 +66,7 @@ TEST(MIDIEventPacketTest, WordCountAndPacketListSizeLimits) {
     } catch (const MIDIInternalError& error) {
         EXPECT_EQ(error.kind(), MIDIInternalError::Case::packetTooLarge);
         EXPECT_EQ(error.bufferByteCount(), 65544u);
-        EXPECT_EQ(error.description(), "Legacy MIDI Packet is too large (65544 byte buffer). Maximum size is 65536 bytes.");
     }
-    EXPECT_EQ(MIDIInternalError::packetBuildError(std::string("full")).description(), "Error building MIDI Packet. full");
 
     auto list = makeMIDIPacketList({std::vector<std::uint8_t>(300, 0x01), {0xF8}});
     auto read = readPacketList(list, nullptr, std::nullopt);
@@ -174,6 +158,7 @@ TEST_F(LoopbackTest, EveryAddRefusesBeforeStart) {
         return false;
     };
     EXPECT_TRUE(refuses([&] { manager->addOutput("Out", "o", MIDIIdentifierPersistence::adHoc()); }));
+    EXPECT_TRUE(refuses([&] { manager->addInput("In", "i", MIDIIdentifierPersistence::adHoc(), MIDIReceiver::eventsLogging()); }));
     EXPECT_TRUE(refuses([&] {
         manager->addInputConnection(MIDIInputConnectionMode::allOutputs(), "ic", MIDIEndpointFilter::default_(),
                                     MIDIReceiver::rawData([](const AnyMIDIPacketData&) {}));
@@ -223,8 +208,6 @@ TEST_F(LoopbackTest, OutputConnectionAddsAndRemovesDestinationsWithinModeAndFilt
     auto all = a->managedOutputConnection("all");
     ASSERT_EQ(all->endpoints().size(), 1u);
     EXPECT_EQ(all->endpoints()[0].uniqueID, x.uniqueID);
-    EXPECT_TRUE(all->description().starts_with("MIDIOutputConnection(criteria: [], inputEndpointRefs: [" +
-                                               std::to_string(x.coreMIDIObjectRef) + "], outputPortRef: "));
     // The target lists as the network-session test of the application reads them.
     EXPECT_EQ(description(std::vector{MIDIEndpointIdentity::name("Studio"), MIDIEndpointIdentity::uniqueID(5)}),
               "[name(\"Studio\"), uniqueID(5)]");
@@ -233,7 +216,6 @@ TEST_F(LoopbackTest, OutputConnectionAddsAndRemovesDestinationsWithinModeAndFilt
     a->addOutputConnection(MIDIOutputConnectionMode::allInputs(), "every", MIDIEndpointFilter::default_());
     EXPECT_EQ(a->managedOutputConnection("every")->endpoints().size(), 3u);
 }
-
 
 TEST_F(LoopbackTest, PropertyReadsGiveTypedValuesAndDisplayTexts) {
     auto manager = startedManager("App");
@@ -272,10 +254,8 @@ TEST_F(LoopbackTest, PropertyReadsGiveTypedValuesAndDisplayTexts) {
     };
     EXPECT_EQ(rows[0], (std::pair<std::string, std::string>{"Name", "Out"}));
     EXPECT_EQ(row("Advance Schedule Time (μs)"), "1500");
-    EXPECT_EQ(row("Is Embedded Entity"), "Yes");
     EXPECT_EQ(row("Driver Owner"), "com.example.driver");
     EXPECT_EQ(row("Max Receive Channels"), "-");
-    EXPECT_EQ(row("Driver Device Editor App"), "-");
 }
 
 TEST_F(LoopbackTest, LegacyReceiveKeepsRunningStatusAcrossPackets) {
@@ -304,7 +284,7 @@ TEST_F(LoopbackTest, LegacyReceiveKeepsRunningStatusAcrossPackets) {
     EXPECT_EQ(events[4], MIDIEvent::cc(MIDICore::UInt7(7), MIDICore::ChanVoice7Bit32BitValue::midi1(MIDICore::UInt7(0x64)), MIDICore::UInt4(1)));
 }
 
-TEST_F(LoopbackTest, NotificationsOfLiveObjectsTranslateAndUnknownPropertiesDrop) {
+TEST_F(LoopbackTest, NotificationsTranslateAndWhatCannotBeFoundDrops) {
     auto manager = startedManager("App");
     manager->addOutput("Out", "o", MIDIIdentifierPersistence::adHoc());
     auto endpoint = *manager->managedOutput("o")->endpoint();
@@ -348,6 +328,17 @@ TEST_F(LoopbackTest, NotificationsOfLiveObjectsTranslateAndUnknownPropertiesDrop
     ioError.driverDevice = endpoint.coreMIDIObjectRef + 1000;
     ioError.errorCode = 7;
     EXPECT_FALSE(translate(ioError));
+    MIDINotificationMessage removed;
+    removed.messageID = static_cast<std::int32_t>(MIDINotificationMessageID::objectRemoved);
+    removed.child = endpoint.coreMIDIObjectRef + 1000;
+    removed.childType = MIDIObjectType::source;
+    EXPECT_FALSE(translate(removed));
+    // A message the table does not know keeps its number.
+    MIDINotificationMessage unknown;
+    unknown.messageID = 99;
+    auto other = translate(unknown);
+    ASSERT_TRUE(other && other->get<MIDIIONotification::Other>());
+    EXPECT_EQ(other->get<MIDIIONotification::Other>()->messageIDRawValue, 99);
 }
 
 }  // namespace

@@ -9,8 +9,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <mutex>
+#include <string>
 #include <vector>
 
 namespace MIDIIO::testing {
@@ -46,6 +48,18 @@ protected:
         return manager;
     }
 
+    // The bytes a device destination has received from its packet number `from` on, and how many
+    // packets that was.
+    std::pair<std::vector<std::uint8_t>, std::size_t> destinationBytesSince(MIDIEndpointRef destination, std::size_t from) {
+        auto packets = server->deviceDestinationLog(destination);
+        std::pair<std::vector<std::uint8_t>, std::size_t> result;
+        for (auto it = packets.begin() + static_cast<std::ptrdiff_t>(from); it != packets.end(); ++it) {
+            result.first.insert(result.first.end(), it->begin(), it->end());
+            result.second += it->empty() ? 0 : 1;
+        }
+        return result;
+    }
+
     std::shared_ptr<MIDIInternals::ManualQueue> mainQueue = std::make_shared<MIDIInternals::ManualQueue>("main");
     std::shared_ptr<LoopbackMIDIServer> server = LoopbackMIDIServer::create();
 };
@@ -78,6 +92,23 @@ struct EventLog {
     std::vector<MIDICore::MIDIEvent> snapshot() {
         std::lock_guard lock(mutex);
         return events;
+    }
+};
+
+// The texts of the notifications a manager sends, from whichever thread sends them.
+struct NotificationLog {
+    std::mutex mutex;
+    std::vector<std::string> texts;
+
+    MIDIManager::NotificationHandler handler() {
+        return [this](const MIDIIONotification& notification) {
+            std::lock_guard lock(mutex);
+            texts.push_back(notification.description());
+        };
+    }
+    bool noticed(const std::string& prefix) {
+        std::lock_guard lock(mutex);
+        return std::any_of(texts.begin(), texts.end(), [&](const std::string& text) { return text.starts_with(prefix); });
     }
 };
 

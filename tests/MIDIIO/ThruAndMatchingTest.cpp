@@ -104,12 +104,6 @@ TEST_F(LoopbackTest, FallbackDisplayNameMatchesAndTheCriterionTakesTheIDFound) {
     EXPECT_TRUE(b->managedInputConnection("all")->endpoints().empty());
 }
 
-}  // namespace
-}  // namespace MIDIIO::testing
-
-namespace MIDIIO::testing {
-namespace {
-
 // The kind of an event: its description up to the parenthesis.
 std::vector<std::string> kindsOf(const std::vector<MIDIEvent>& events) {
     std::vector<std::string> kinds;
@@ -190,12 +184,7 @@ TEST_F(LoopbackTest, ThruFilterFlagsKeepBackTheKindsTheyNameInEitherForm) {
             MIDIInternals::syncOn(*listener->managedInput("in")->queue(), [] {});
             auto all = log.snapshot();
             EXPECT_EQ(kindsOf({all.begin() + static_cast<std::ptrdiff_t>(received), all.end()}), keptKinds);
-            auto packets = server->deviceDestinationLog(deviceDestination.coreMIDIObjectRef);
-            std::vector<std::uint8_t> bytes;
-            for (auto it = packets.begin() + static_cast<std::ptrdiff_t>(logged); it != packets.end(); ++it) {
-                bytes.insert(bytes.end(), it->begin(), it->end());
-            }
-            EXPECT_EQ(bytes, keptBytes);
+            EXPECT_EQ(destinationBytesSince(deviceDestination.coreMIDIObjectRef, logged).first, keptBytes);
         }
         router->remove(ManagedType::nonPersistentThruConnection, TagSelection::all());
     }

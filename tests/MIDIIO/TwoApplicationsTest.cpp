@@ -13,13 +13,8 @@ using MIDICore::UInt4;
 using MIDICore::UInt7;
 
 TEST_F(LoopbackTest, EventsFromOneApplicationReachTheOtherInOrderAndInItsProtocol) {
-    std::mutex notificationsMutex;
-    std::vector<std::string> notifications;
     auto a = startedManager("App A");
-    auto b = startedManager("App B", [&](const MIDIIONotification& notification) {
-        std::lock_guard lock(notificationsMutex);
-        notifications.push_back(notification.description());
-    });
+    auto b = startedManager("App B");
     // A speaks MIDI 1.0 bytes; B listens with MIDI 2.0 event lists.
     a->setPreferredAPI(CoreMIDIAPIVersion::legacyCoreMIDI());
     a->addOutput("A Out", "out", MIDIIdentifierPersistence::adHoc());
@@ -62,14 +57,8 @@ TEST_F(LoopbackTest, EventsFromOneApplicationReachTheOtherInOrderAndInItsProtoco
     ASSERT_TRUE(delivered([&] { return log.count() == 4; }));
     EXPECT_EQ(log.snapshot()[3], MIDIEvent::start());
 
-    // A removed endpoint is reported with its name, though the system no longer knows it.
+    // A removed endpoint leaves the connection.
     a->remove(ManagedType::output, TagSelection::withTag("out"));
-    ASSERT_TRUE(delivered([&] {
-        std::lock_guard lock(notificationsMutex);
-        return std::any_of(notifications.begin(), notifications.end(), [](const std::string& text) {
-            return text.starts_with("removed(object: MIDIOutputEndpoint(name: \"A Out\"");
-        });
-    }));
     ASSERT_TRUE(delivered([&] { return connection->endpoints().size() == 1; }));
     EXPECT_EQ(connection->endpoints()[0].name, "Late Out");
 }
@@ -105,12 +94,6 @@ TEST_F(LoopbackTest, OutputConnectionReachesVirtualInputAndFollowsItsRemoval) {
     // No destination: nothing sent and no error.
     EXPECT_NO_THROW(connection->send(MIDIEvent::stop()));
 }
-
-}  // namespace
-}  // namespace MIDIIO::testing
-
-namespace MIDIIO::testing {
-namespace {
 
 TEST_F(LoopbackTest, OneEventGoesOutAsItsPacketsOnEveryAPI) {
     auto device = server->addDevice("Synth", "Maker");
@@ -152,13 +135,7 @@ TEST_F(LoopbackTest, OneEventGoesOutAsItsPacketsOnEveryAPI) {
         connection->send(perNote);  // nothing of it on MIDI 1.0, and no error
         connection->send(MIDIEvent::timingClock());
         server->flush();
-        auto packets = server->deviceDestinationLog(destination.coreMIDIObjectRef);
-        std::vector<std::uint8_t> bytes;
-        std::size_t count = 0;
-        for (auto it = packets.begin() + static_cast<std::ptrdiff_t>(logged); it != packets.end(); ++it) {
-            bytes.insert(bytes.end(), it->begin(), it->end());
-            count += it->empty() ? 0 : 1;
-        }
+        auto [bytes, count] = destinationBytesSince(destination.coreMIDIObjectRef, logged);
         EXPECT_EQ(bytes, expected);
         EXPECT_EQ(count, packetCount);
     }

@@ -40,7 +40,7 @@ TEST(TextHelpers, CharacterFilteringAndSplitting) {
     EXPECT_TRUE(split(std::string(), 3).empty());
 }
 
-TEST(TextHelpers, ClampingOverEveryRangeForm) {
+TEST(TextHelpers, ClampingOverEveryRangeFormAndRounding) {
     EXPECT_EQ(clamped(12, ClosedRange<int>{0, 10}), 10);
     EXPECT_EQ(clamped(-3, ClosedRange<int>{0, 10}), 0);
     EXPECT_EQ(clamped(10, Range<int>{0, 10}), 9);
@@ -48,9 +48,8 @@ TEST(TextHelpers, ClampingOverEveryRangeForm) {
     EXPECT_EQ(clamped(11, PartialRangeThrough<int>{10}), 10);
     EXPECT_EQ(clamped(10, PartialRangeUpTo<int>{10}), 9);
     EXPECT_DOUBLE_EQ(clamped(1.5, ClosedRange<double>{0.0, 1.0}), 1.0);
-}
 
-TEST(TextHelpers, RoundingToDecimalPlaces) {
+    // Rounding to decimal places by every rule.
     EXPECT_DOUBLE_EQ(rounded(2.345, RoundingRule::toNearestOrAwayFromZero, 2), 2.35);
     EXPECT_DOUBLE_EQ(rounded(-2.5, RoundingRule::toNearestOrAwayFromZero, 0), -3.0);
     EXPECT_DOUBLE_EQ(rounded(2.5, RoundingRule::toNearestOrEven, 0), 2.0);

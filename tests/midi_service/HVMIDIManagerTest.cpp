@@ -11,14 +11,11 @@
 #include "central/RNClient.hpp"
 #include "midi_service/HVMIDIManager.hpp"
 #include "model/HVEncodedConfiguration.hpp"
-#include "platform/DefaultsStore.hpp"
 #include "platform/Log.hpp"
 #include "sequencing/HVSequence.hpp"
 
 #include <algorithm>
 #include <atomic>
-#include <cstdlib>
-#include <filesystem>
 #include <thread>
 
 namespace havrel {
@@ -33,27 +30,28 @@ using std::chrono::seconds;
 using testing::rangeCommand;
 using testing::wrapperWith;
 
-class HVMIDIManagerTest : public testing::MIDIServiceTest {
+class HVMIDIManagerTest : public testing::HVMIDIServiceTest {
 protected:
-    HVMIDIManagerTest() {
-        char pattern[] = "/tmp/havrel-midi-service-XXXXXX";
-        folder_ = ::mkdtemp(pattern);
-        DefaultsStore::setStandard(std::make_shared<DefaultsStore>(folder_ / "defaults.json"));
-        configuration_->productToSendOut = "Havrel Test";
-        HVSequenceManager::resetSharedInstanceForTesting();
-    }
+    HVMIDIManagerTest() { HVSequenceManager::resetSharedInstanceForTesting(); }
     void TearDown() override {
         if (auto manager = HVMIDIManager::shared()) {
             manager->stopTimers();
         }
         HVCentralTransmissionManager::sharedInstance()->resetForTesting();
         HVMIDIManager::setShared(nullptr);
-        HVMIDIManager::setClockForTesting(nullptr);
         HVTransmissionManager::setShared(nullptr);
         HVCentralTransmissionManager::sharedInstance()->resetForTesting();
-        DefaultsStore::setStandard(nullptr);
-        std::filesystem::remove_all(folder_);
-        MIDIServiceTest::TearDown();
+        HVMIDIServiceTest::TearDown();
+    }
+
+    // A network session of the device: its entity with the session property, a source and a
+    // destination of its name. Returns the destination.
+    MIDIIO::MIDIEndpointRef addSession(MIDIIO::MIDIDeviceRef device, const std::string& name) {
+        auto session = server->addEntity(device, name);
+        server->objectSetDictionaryProperty(session, "apple.midirtp.session",
+                                            {{"dns-sd-name", name}, {"peers", nlohmann::json::array()}});
+        server->addSource(session, name);
+        return server->addDestination(session, name);
     }
 
     // Advances virtual time in steps of 100 ms, letting the server's threads deliver between.
@@ -64,18 +62,6 @@ protected:
             server->flush();
         }
     }
-
-    // Another application with an input connection to the manager's output.
-    std::shared_ptr<MIDIIO::MIDIManager> listener(EventLog& log) {
-        auto app = startedManager("Listener");
-        app->addInputConnection(
-            MIDIIO::MIDIInputConnectionMode::outputs({MIDIIO::MIDIEndpointIdentity::name("Havrel Test Output")}), "in",
-            {}, log.receiver());
-        return app;
-    }
-
-    std::filesystem::path folder_;
-    std::shared_ptr<HVConnectionTypeConfiguration> configuration_ = HVConnectionTypeConfiguration::create();
 };
 
 TEST_F(HVMIDIManagerTest, RangeCommandsLeaveAsMIDI2EventsOnTheVirtualOutput) {
@@ -287,11 +273,7 @@ TEST_F(HVMIDIManagerTest, RefreshJoinsEndpointsByNameOnceAndDropsConnectionsOfVa
 
 TEST_F(HVMIDIManagerTest, NetworkScanFindsSessionsAndTheNetworkPathSendsToThem) {
     auto device = server->addDevice("Network", "Maker");
-    auto session = server->addEntity(device, "Studio");
-    server->objectSetDictionaryProperty(session, "apple.midirtp.session",
-                                        {{"dns-sd-name", "Studio"}, {"peers", nlohmann::json::array()}});
-    server->addSource(session, "Studio");
-    auto destination = server->addDestination(session, "Studio");
+    auto destination = addSession(device, "Studio");
     server->addEntity(device, "Plain");
 
     auto manager = HVMIDIManager::initSharedWithConnectionConfiguration(configuration_);
@@ -317,14 +299,7 @@ TEST_F(HVMIDIManagerTest, NetworkScanFindsSessionsAndTheNetworkPathSendsToThem) 
 // and each later session hears notes once it is known.
 TEST_F(HVMIDIManagerTest, NetworkSendsFromOtherThreadsWhileTheScanAddsSessions) {
     auto device = server->addDevice("Network", "Maker");
-    auto addSession = [&](const std::string& name) {
-        auto session = server->addEntity(device, name);
-        server->objectSetDictionaryProperty(session, "apple.midirtp.session",
-                                            {{"dns-sd-name", name}, {"peers", nlohmann::json::array()}});
-        server->addSource(session, name);
-        return server->addDestination(session, name);
-    };
-    const auto first = addSession("Session A");
+    const auto first = addSession(device, "Session A");
     auto manager = HVMIDIManager::initSharedWithConnectionConfiguration(configuration_);
     advance(seconds(1));
     ASSERT_EQ(manager->networkOutputs().size(), 1u);
@@ -341,9 +316,9 @@ TEST_F(HVMIDIManagerTest, NetworkSendsFromOtherThreadsWhileTheScanAddsSessions) 
     };
     std::thread one(sender);
     std::thread two(sender);
-    std::vector<decltype(addSession(""))> later;
+    std::vector<MIDIIO::MIDIEndpointRef> later;
     for (const char* name : {"Session B", "Session C", "Session D", "Session E", "Session F", "Session G"}) {
-        later.push_back(addSession(name));
+        later.push_back(addSession(device, name));
         advance(seconds(1));
     }
     // Go on until the last session has heard from the senders (its connection is joined on the
@@ -532,26 +507,6 @@ TEST_F(HVMIDIManagerTest, ClockFromTwoSourcesAtOnceCountsEveryTickOnce) {
     }
     EXPECT_EQ(manager->position(), 2.0 * ticksPerSource / 6.0);
     EXPECT_EQ(manager->debugTotalMIDIEventsReceived(), 1u + 2u * ticksPerSource);
-}
-
-TEST_F(ClockTest, ClockFromAnotherApplicationReachesTheParserThroughTheRefresh) {
-    auto other = startedManager("Clock Source");
-    other->addOutput("Clock Out", "clock", MIDIIO::MIDIIdentifierPersistence::adHoc());
-    ASSERT_TRUE(delivered([&] { return manager_->midiManager()->endpoints().outputs.size() == 1; }));
-    advance(seconds(1));
-    const auto id = other->managedOutput("clock")->uniqueID();
-    ASSERT_TRUE(id.has_value());
-    ASSERT_NE(manager_->midiManager()->managedInputConnection("clockSrc_" + std::to_string(*id)), nullptr);
-    advance(seconds(1));
-    EXPECT_EQ(manager_->midiManager()->managedInputConnections().size(), 1u);
-
-    other->managedOutput("clock")->send(MIDIEvent::start());
-    for (int i = 0; i < 6; ++i) {
-        other->managedOutput("clock")->send(MIDIEvent::timingClock());
-    }
-    ASSERT_TRUE(delivered([&] { return manager_->debugTotalMIDIEventsReceived() == 7; }));
-    EXPECT_TRUE(manager_->isTempoStarted());
-    EXPECT_EQ(manager_->position(), 1.0);
 }
 
 }  // namespace

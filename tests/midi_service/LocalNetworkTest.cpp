@@ -33,13 +33,8 @@ TEST(LocalNetworkAddresses, TakesIPv4AddressesOfEthernetTypeInterfacesOnly) {
         {"wlan0", Family::ipv4, false, "192.168.1.6"},
     };
     EXPECT_EQ(HVLocalNetworkAddresses(machine), (std::vector<std::string>{"192.168.1.5", "192.168.1.6"}));
-    EXPECT_EQ(log.lines(), (std::vector<std::string>{"Interfaces: [\"eth0\", \"wlan0\"]", "Address: 192.168.1.5",
-                                                     "Address: 192.168.1.6"}));
-
     // Without an Ethernet-type interface nothing is taken, not even the loopback address.
-    log.clear();
     EXPECT_TRUE(HVLocalNetworkAddresses({machine[0], machine[1], machine[6]}).empty());
-    EXPECT_EQ(log.lines(), std::vector<std::string>{"Interfaces: []"});
 }
 
 TEST(LocalNetworkAddresses, TheSystemListShowsTheLoopbackAddress) {
@@ -79,7 +74,7 @@ protected:
     Listener listener;
 };
 
-TEST_F(LocalNetworkPermissionServiceTest, SendsOneGreetingToEachAddressOnTheMainQueue) {
+TEST_F(LocalNetworkPermissionServiceTest, SendsOneGreetingToEachAddressOnTheMainQueueWhileItLives) {
     {
         LocalNetworkPermissionService service(listener.port());
         service.interfaces = {"not an address", "127.0.0.1"};
@@ -96,9 +91,8 @@ TEST_F(LocalNetworkPermissionServiceTest, SendsOneGreetingToEachAddressOnTheMain
     LocalNetworkPermissionService idle(listener.port());
     idle.trigger();
     EXPECT_EQ(MainQueue::shared().poll(), 0u);
-}
 
-TEST_F(LocalNetworkPermissionServiceTest, DestroyedBeforeTheMainQueueRunsItSendsNothing) {
+    // Destroyed before the main queue runs it, it sends nothing.
     {
         LocalNetworkPermissionService service(listener.port());
         service.interfaces = {"127.0.0.1", "127.0.0.1"};

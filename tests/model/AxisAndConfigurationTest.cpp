@@ -1,3 +1,4 @@
+#include "model/HVArchive.hpp"
 #include "model/HVDataHelpers.hpp"
 #include "model/HVEncodedConfiguration.hpp"
 #include "platform/Log.hpp"
@@ -11,6 +12,10 @@ HVMidiAxisDataWrapperPtr faderWrapper(std::uint64_t numericID, std::uint64_t con
     auto wrapper = HVMidiAxisDataWrapper::midiAxisWrapperWithAxisArray({HVMidiAxisData::axisDataWithCC(controller)});
     wrapper->numericID = numericID;
     return wrapper;
+}
+
+std::shared_ptr<HVEncodedConfiguration> fromText(const std::string& text) {
+    return HVEncodedConfiguration::initWithData(ByteView(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()));
 }
 
 std::vector<std::uint64_t> numbers(const HVEncodedConfiguration& configuration) {
@@ -115,10 +120,7 @@ TEST(EncodedConfiguration, ReadsTolerantlyAndRoundTripsThroughGzip) {
     auto empty = HVEncodedConfiguration::initFromDictionary(Dictionary::object());
     EXPECT_TRUE(empty->dataWrappers.empty());
     EXPECT_EQ(empty->dictionary(), (Dictionary{{"dataWrappers", Dictionary::array()}}));
-    const std::string junk = "not json {";
-    EXPECT_TRUE(HVEncodedConfiguration::initWithData(ByteView(reinterpret_cast<const std::uint8_t*>(junk.data()),
-                                                               junk.size()))
-                    ->dataWrappers.empty());
+    EXPECT_TRUE(fromText("not json {")->dataWrappers.empty());
     // Wrong kinds under known keys are defaulted, never fatal.
     auto odd = HVEncodedConfiguration::initFromDictionary(
         Dictionary{{"dataWrappers", {1, "x", Dictionary{{"axisDataArray", "nope"}, {"numericID", "12"}},
@@ -126,6 +128,12 @@ TEST(EncodedConfiguration, ReadsTolerantlyAndRoundTripsThroughGzip) {
     ASSERT_EQ(odd->dataWrappers.size(), 2u);
     EXPECT_EQ(odd->dataWrappers[0]->numericID, 12u);
     EXPECT_EQ(odd->dataWrappers[1]->midiAxis()[0]->rangeContainers[0]->values[0]->value, 0u);
+    // A document nested too deep is refused with one line.
+    ScopedLogCapture capture;
+    EXPECT_TRUE(fromText(std::string(100000, '['))->dataWrappers.empty());
+    EXPECT_EQ(capture.count("HVEncodedConfiguration: JSON nested deeper than"), 1u);
+    // Brackets inside strings do not count.
+    EXPECT_EQ(fromText("{\"dataWrappers\":[{\"UUID\":\"" + std::string(1000, '[') + "\"}]}")->dataWrappers.size(), 1u);
 
     auto configuration = HVEncodedConfiguration::create();
     configuration->dataWrappers = {faderWrapper(1), faderWrapper(2, 8)};
@@ -183,34 +191,6 @@ TEST(EncodedConfiguration, ChangeCommandsOfEveryType) {
     EXPECT_EQ(form["CommandType"], "ComponentChangeCommand");
     EXPECT_EQ(form["changedDataWrapper"].size(), 3u);
 }
-
-}  // namespace
-}  // namespace havrel
-
-namespace havrel {
-namespace {
-
-TEST(EncodedConfiguration, RefusesDocumentsNestedTooDeep) {
-    std::string deep(100000, '[');
-    ScopedLogCapture capture;
-    auto configuration = HVEncodedConfiguration::initWithData(
-        ByteView(reinterpret_cast<const std::uint8_t*>(deep.data()), deep.size()));
-    EXPECT_TRUE(configuration->dataWrappers.empty());
-    EXPECT_EQ(capture.count("HVEncodedConfiguration: JSON nested deeper than"), 1u);
-    // Brackets inside strings do not count.
-    std::string quoted = "{\"dataWrappers\":[{\"UUID\":\"" + std::string(1000, '[') + "\"}]}";
-    auto read = HVEncodedConfiguration::initWithData(
-        ByteView(reinterpret_cast<const std::uint8_t*>(quoted.data()), quoted.size()));
-    EXPECT_EQ(read->dataWrappers.size(), 1u);
-}
-
-}  // namespace
-}  // namespace havrel
-
-#include "model/HVArchive.hpp"
-
-namespace havrel {
-namespace {
 
 TEST(ChangeCommandGeneral, DictionaryAndArchiveForms) {
     auto command = RNDataPackagerChangeCommandGeneral::create();

@@ -49,10 +49,7 @@ protected:
 TEST_F(StepOutputTest, ABarAt120BpmReachesAnotherApplicationAsNotePairsInOrder) {
     auto manager = HVMIDIManager::initSharedMinimalWithConnectionConfiguration(configuration_);
     EventLog log;
-    auto listener = startedManager("Listener");
-    listener->addInputConnection(
-        MIDIIO::MIDIInputConnectionMode::outputs({MIDIIO::MIDIEndpointIdentity::name("Havrel Test Output")}), "in",
-        {}, log.receiver());
+    auto app = listener(log);
     makeClockAndPlayer();
     output = HVStepOutput::install(player, musicalClock);
     // Quarter notes: four steps fill one bar of 96 ticks.

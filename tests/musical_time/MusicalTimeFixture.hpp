@@ -5,26 +5,16 @@
 
 #include "midi_service/MIDIServiceFixture.hpp"
 
-#include "central/HVConnectionTypeConfiguration.hpp"
-#include "midi_service/HVMIDIManager.hpp"
 #include "musical_time/HVClock.hpp"
 #include "musical_time/HVSequencePlayer.hpp"
-#include "platform/DefaultsStore.hpp"
 
+#include <algorithm>
 #include <chrono>
-#include <cstdlib>
-#include <filesystem>
 
 namespace havrel::testing {
 
-class MusicalTimeTest : public MIDIServiceTest {
+class MusicalTimeTest : public HVMIDIServiceTest {
 protected:
-    MusicalTimeTest() {
-        char pattern[] = "/tmp/havrel-musical-time-XXXXXX";
-        folder_ = ::mkdtemp(pattern);
-        DefaultsStore::setStandard(std::make_shared<DefaultsStore>(folder_ / "defaults.json"));
-        configuration_->productToSendOut = "Havrel Test";
-    }
     void TearDown() override {
         if (musicalClock) {
             musicalClock->pause();
@@ -33,15 +23,7 @@ protected:
         player.reset();
         HVClock::setShared(nullptr);
         HVSequencePlayer::setShared(nullptr);
-        if (auto manager = HVMIDIManager::shared()) {
-            manager->stopTimers();
-        }
-        HVMIDIManager::setShared(nullptr);
-        HVMIDIManager::setClockForTesting(nullptr);
-        clock.advance(std::chrono::milliseconds(0));
-        DefaultsStore::setStandard(nullptr);
-        std::filesystem::remove_all(folder_);
-        MIDIServiceTest::TearDown();
+        HVMIDIServiceTest::TearDown();
     }
 
     // The clock and the player, after the MIDI manager (if any) is set up.
@@ -60,8 +42,6 @@ protected:
         clock.advance(std::chrono::nanoseconds(0));
     }
 
-    std::filesystem::path folder_;
-    std::shared_ptr<HVConnectionTypeConfiguration> configuration_ = HVConnectionTypeConfiguration::create();
     std::shared_ptr<HVClock> musicalClock;
     std::shared_ptr<HVSequencePlayer> player;
 };

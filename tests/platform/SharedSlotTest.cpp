@@ -9,45 +9,31 @@ struct Service {
     int id = 0;
 };
 
-TEST(SharedSlot, TheDefaultIsMadeOnceAndComesBackAfterNullptr) {
+TEST(SharedSlot, TheDefaultIsMadeOnceComesBackAfterNullptrAndGetOrMakeKeepsWhatIsThere) {
     int made = 0;
-    SharedSlot<Service> slot([&] { return std::make_shared<Service>(Service{++made}); });
+    auto make = [&] { return std::make_shared<Service>(Service{++made}); };
+    SharedSlot<Service> slot(make);
     auto first = slot.get();
     EXPECT_EQ(slot.get(), first);
+    EXPECT_EQ(slot.getOrMake([] { return std::make_shared<Service>(Service{100}); }), first);
     EXPECT_EQ(made, 1);
 
     auto replacement = std::make_shared<Service>(Service{100});
     slot.set(replacement);
     EXPECT_EQ(slot.get(), replacement);
-
     slot.set(nullptr);
     EXPECT_EQ(slot.get()->id, 2);
     EXPECT_EQ(made, 2);
-}
 
-TEST(SharedSlot, ASlotWithoutADefaultHoldsNothingUntilSet) {
-    SharedSlot<Service> slot;
-    EXPECT_EQ(slot.get(), nullptr);
-    auto set = std::make_shared<Service>();
-    slot.set(set);
-    EXPECT_EQ(slot.get(), set);
-    EXPECT_EQ(slot.take(), set);
-    EXPECT_EQ(slot.get(), nullptr);
-    EXPECT_EQ(slot.take(), nullptr);
-}
-
-TEST(SharedSlot, GetOrMakeKeepsWhatIsThere) {
+    // Without a default the slot holds nothing until set, or until made once.
     SharedSlot<Service> empty;
-    int made = 0;
-    auto make = [&] { return std::make_shared<Service>(Service{++made}); };
-    auto first = empty.getOrMake(make);
-    EXPECT_EQ(empty.getOrMake(make), first);
-    EXPECT_EQ(made, 1);
-
-    // A slot with a default never needs the maker.
-    SharedSlot<Service> withDefault([] { return std::make_shared<Service>(Service{7}); });
-    EXPECT_EQ(withDefault.getOrMake(make)->id, 7);
-    EXPECT_EQ(made, 1);
+    EXPECT_EQ(empty.get(), nullptr);
+    empty.set(replacement);
+    EXPECT_EQ(empty.take(), replacement);
+    EXPECT_EQ(empty.get(), nullptr);
+    auto madeHere = empty.getOrMake(make);
+    EXPECT_EQ(empty.getOrMake(make), madeHere);
+    EXPECT_EQ(made, 3);
 }
 
 }  // namespace

@@ -17,11 +17,11 @@
 #include "platform/Log.hpp"
 #include "platform/MainQueue.hpp"
 #include "platform/PropertyList.hpp"
+#include "platform/TemporaryFolder.hpp"
 
 #include <asio.hpp>
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <tuple>
 #include <thread>
 
@@ -75,9 +75,7 @@ bool openPage(asio::ip::tcp::socket& page, StatusService& service) {
 class CoreStatusSourcesTest : public ::testing::Test {
 protected:
     CoreStatusSourcesTest() {
-        char pattern[] = "/tmp/havrel-status-XXXXXX";
-        folder_ = ::mkdtemp(pattern);
-        DefaultsStore::setStandard(std::make_shared<DefaultsStore>(folder_ / "defaults.json"));
+        DefaultsStore::setStandard(std::make_shared<DefaultsStore>(folder_.path() / "defaults.json"));
         HostPrompts::setShared(std::make_shared<ScriptedHostPrompts>());
         registry_ = HVCentralConnectionManager::instantiateWithProductToSendOut("Havrel", "3.0");
     }
@@ -85,7 +83,6 @@ protected:
         HVCentralTransmissionManager::sharedInstance()->resetForTesting();
         HostPrompts::setShared(nullptr);
         DefaultsStore::setStandard(nullptr);
-        std::filesystem::remove_all(folder_);
     }
 
     // The service with a page open on it; nullptr when either fails.
@@ -100,7 +97,7 @@ protected:
     ManualClockScope clock_;
     TransportScope transports_;
     ScopedLogCapture capture_;
-    std::filesystem::path folder_;
+    TemporaryFolder folder_;
     std::shared_ptr<HVCentralConnectionManager> registry_;
     asio::io_context clientIO_;
     asio::ip::tcp::socket page_{clientIO_};
