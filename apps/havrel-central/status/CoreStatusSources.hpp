@@ -11,6 +11,7 @@
 
 
 #include <deque>
+#include <functional>
 #include <memory>
 #include <set>
 
@@ -38,6 +39,11 @@ public:
     std::string setOutputEnabled(const std::string& name, bool on) override;
     std::string setClockRunning(bool running) override;
     std::string setTempo(double bpm) override;
+    std::string useInternalClock() override;
+
+    // The host's hand-back of the clock to its own timer: whether it is offered, and doing it.
+    std::function<bool()> clockHandBackOffered;
+    std::function<std::string()> clockHandBack;
 
 
 private:

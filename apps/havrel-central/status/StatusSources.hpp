@@ -35,6 +35,7 @@ struct StatusClock {
     std::int32_t beatDivision = 1;
     bool running = false;
     bool controllable = false;  // whether start, pause and tempo can be set from the page
+    bool canUseInternal = false;  // follows MIDI clock, which has stopped: the timer can take over
 };
 
 struct StatusAlert {
@@ -70,6 +71,8 @@ public:
     virtual std::string setOutputEnabled(const std::string& name, bool on) = 0;
     virtual std::string setClockRunning(bool running) = 0;
     virtual std::string setTempo(double bpm) = 0;
+    // Hands the clock back to its own timer (offered by canUseInternal).
+    virtual std::string useInternalClock() { return "the clock cannot be handed back here"; }
 };
 
 }  // namespace havrel

@@ -119,6 +119,7 @@ function renderClock(clock, control) {
   clockRunning = clock.running;
   $("clock-toggle").textContent = clock.running ? "pause" : "start";
   $("clock-controls").hidden = !(control && clock.controllable);
+  $("clock-hand-back").hidden = !(control && clock.canUseInternal);
 }
 
 function monitorRow(entry) {
@@ -215,6 +216,7 @@ $("monitor-pause").addEventListener("click", () => {
 });
 $("monitor-kind").addEventListener("change", () => renderMonitor());
 $("clock-toggle").addEventListener("click", () => request({ op: "setClockRunning", running: !clockRunning }));
+$("clock-use-internal").addEventListener("click", () => request({ op: "useInternalClock" }));
 $("clock-set-tempo").addEventListener("click", () => request({ op: "setTempo", bpm: Number($("clock-bpm").value) }));
 window.addEventListener("resize", drawPlot);
 connect();
