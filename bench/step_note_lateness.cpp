@@ -1,8 +1,8 @@
 // Lateness of the notes the step output sounds against the ideal grid, in real time: the
 // internal clock at 120 bpm, the sequence player and the step output on the main queue, as in
 // the host, playing a running 16-step row of sixteenth notes. Each note on is stamped as it is
-// sent; its ideal time is the tick that began its grid position (the first tick, count 1, falls
-// at the clock's start, count c at start + (c − 1) × 20.833 ms). Prints p50, p99 and max.
+// sent; its ideal time is the deadline of the tick that began its grid position (the clock's
+// deadlines lie on start + k × 20.833 ms). Prints p50, p99 and max.
 //
 // Run: build/default/bench/bench_step_note_lateness [seconds, default 60]
 #include "BenchSupport.hpp"
@@ -17,7 +17,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
-#include <optional>
 #include <vector>
 
 namespace {
@@ -56,12 +55,15 @@ int main(int argc, char** argv) {
     auto& mainQueue = MainQueue::shared();
 
     auto clock = HVClock::create();
-    // The first tick's deadline is the start of the grid.
-    std::atomic<Clock::TimePoint::rep> start{0};
-    std::atomic<bool> started{false};
+    // The deadline of every tick, by its count (a late first tick skips deadlines, so counts and
+    // deadlines are paired as they happen).
+    std::vector<Clock::TimePoint> deadlines(static_cast<std::size_t>(seconds) * 48 + 256);
+    std::atomic<std::size_t> ticks{0};
     clock->internalTickObserver = [&](Clock::TimePoint deadline) {
-        if (!started.exchange(true)) {
-            start = deadline.time_since_epoch().count();
+        const auto index = ticks.load();
+        if (index < deadlines.size()) {
+            deadlines[index] = deadline;
+            ticks.store(index + 1);
         }
     };
     auto player = HVSequencePlayer::create();
@@ -83,15 +85,13 @@ int main(int argc, char** argv) {
     clock->pause();
     mainQueue.runFor(std::chrono::milliseconds(50));
 
-    const auto origin = Clock::TimePoint(Clock::Duration(start.load()));
-    const double period = 60.0 / (120.0 * 24.0);
     std::vector<double> lateness;
     for (const auto& stamp : sender->stamps) {
         // The tick that began the note's grid position (count 1 for the first).
         const std::uint64_t ideal = std::max<std::uint64_t>(stamp.count / 6 * 6, 1);
-        const auto due = origin + std::chrono::duration_cast<Clock::Duration>(
-                                      std::chrono::duration<double>(period * static_cast<double>(ideal - 1)));
-        lateness.push_back(std::chrono::duration<double, std::micro>(stamp.at - due).count());
+        if (ideal <= ticks.load()) {
+            lateness.push_back(std::chrono::duration<double, std::micro>(stamp.at - deadlines[ideal - 1]).count());
+        }
     }
     std::sort(lateness.begin(), lateness.end());
     std::printf("step output, internal clock at 120 bpm, sixteenth notes for %d s\n", seconds);
