@@ -1,9 +1,13 @@
 #include "CentralSequences.hpp"
 
 #include "midi_service/HVMIDIHandOff.hpp"
+#include "model/HVDictionaryReading.hpp"
+#include "platform/DurableWrite.hpp"
 #include "platform/FolderWatcher.hpp"
 #include "platform/Log.hpp"
 #include "platform/MainQueue.hpp"
+
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <fstream>
@@ -27,6 +31,19 @@ std::optional<std::string> readBounded(const std::filesystem::path& file, std::s
     stream.read(text.data(), static_cast<std::streamsize>(text.size()));
     text.resize(static_cast<std::size_t>(stream.gcount()));
     return text;
+}
+
+// A whole number of at least 0 under the key of a request, however the JSON holds it.
+std::optional<std::uint64_t> naturalNumber(const Dictionary& request, std::string_view key) {
+    const auto* value = dictionaryValue(request, key);
+    if (!value || !value->is_number_integer()) {
+        return std::nullopt;
+    }
+    if (value->is_number_unsigned()) {
+        return value->get<std::uint64_t>();
+    }
+    const auto number = value->get<std::int64_t>();
+    return number < 0 ? std::nullopt : std::optional<std::uint64_t>(number);
 }
 
 }  // namespace
@@ -123,6 +140,122 @@ void CentralSequences::apply(const HVSequencesDocument& document) {
     arpeggio_ = document.arpeggiator ? HVArpeggio::initFromDictionary(document.arpeggiator->settings) : nullptr;
     document_ = document;
     rebuildArpeggio();
+}
+
+std::string CentralSequences::edit(const Dictionary& request) {
+    auto form = document_.dictionary();
+    auto& list = form["sequences"];
+    const auto action = stringValue(request, "action").value_or("");
+    const auto index = naturalNumber(request, "sequence");
+    Dictionary* entry = index && *index < list.size() ? &list[*index] : nullptr;
+    auto needsSequence = [&] {
+        return fmt::format("{} needs \"sequence\" (one of the {} sequences, counted from 0)", action, list.size());
+    };
+    if (action == "setStep") {
+        const auto step = naturalNumber(request, "step");
+        if (!entry) {
+            return needsSequence();
+        }
+        auto& steps = (*entry)["stepSequence"]["steps"];
+        if (!step || *step >= steps.size()) {
+            return fmt::format("setStep needs \"step\" (one of the {} steps, counted from 0)", steps.size());
+        }
+        auto& target = steps[*step];
+        for (const auto& [key, field] : {std::pair{"value", "value"}, std::pair{"note", "ccNumberOrNote"}}) {
+            if (dictionaryValue(request, key)) {
+                const auto number = naturalNumber(request, key);
+                if (!number || *number > 127) {
+                    return fmt::format("\"{}\" must be 0 to 127", key);
+                }
+                target[field] = *number;
+            }
+        }
+    } else if (action == "setRunning") {
+        const auto* running = dictionaryValue(request, "running");
+        if (!entry || !running || !running->is_boolean()) {
+            return "setRunning needs \"sequence\" and \"running\" (true or false)";
+        }
+        (*entry)["isRunning"] = *running;
+    } else if (action == "setLength") {
+        const auto length = naturalNumber(request, "length");
+        if (!entry || !length || *length == 0 || *length > 256) {
+            return "setLength needs \"sequence\" and \"length\" (1 to 256)";
+        }
+        // The row keeps its steps; new ones are rests on the grid.
+        auto& sequence = (*entry)["stepSequence"];
+        auto& steps = sequence["steps"];
+        const auto wanted = static_cast<std::size_t>(*length);
+        const auto ticks = sequence.value("playTickLength", 6);
+        while (steps.size() > wanted) {
+            steps.erase(steps.size() - 1);
+        }
+        while (steps.size() < wanted) {
+            steps.push_back({{"length", ticks}, {"ccNumberOrNote", 60}, {"value", 0}, {"startQN", steps.size() * ticks}});
+        }
+        sequence["length"] = wanted;
+    } else if (action == "setNoteLength") {
+        const auto ticks = naturalNumber(request, "noteLength");
+        if (!entry || !ticks || *ticks == 0 || *ticks > 96) {
+            return "setNoteLength needs \"sequence\" and \"noteLength\" (1 to 96 ticks)";
+        }
+        for (auto& step : (*entry)["stepSequence"]["steps"]) {
+            step["length"] = *ticks;
+        }
+        (*entry)["stepSequence"]["noteLength"] = *ticks;
+    } else if (action == "add") {
+        auto added = HVMatrixSequence::create();
+        added->rangeContainer = HVMidiRangeContainer::containerWithChannel(1, 60, true);
+        added->stepSequence = HVMIDISequence::initFromDictionary(Dictionary{{"length", 16}});
+        list.push_back(added->dictionary());
+    } else if (action == "remove") {
+        if (!entry) {
+            return needsSequence();
+        }
+        list.erase(static_cast<std::size_t>(*index));
+    } else if (action == "setArpeggiator") {
+        const auto* settings = dictionaryValue(request, "settings");
+        if (!settings || !settings->is_object()) {
+            return "setArpeggiator needs \"settings\" (a dictionary)";
+        }
+        form["arpeggiator"] = *settings;
+    } else {
+        return fmt::format("unknown sequence edit \"{}\"", action.substr(0, 64));
+    }
+    const auto text = form.dump(2) + "\n";
+    auto read = HVSequencesDocument::read(ByteView(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()),
+                                          options_.inputName);
+    if (auto* problem = std::get_if<std::string>(&read)) {
+        return *problem;
+    }
+    if (auto failure = replaceFileAtomically(options_.file, text)) {
+        return fmt::format("{} cannot be written: {}", options_.file.string(), *failure);
+    }
+    // The watcher will tell of this write: the same bytes then change nothing.
+    lastText_ = text;
+    apply(std::get<HVSequencesDocument>(read));
+    return "";
+}
+
+Dictionary CentralSequences::state() const {
+    Dictionary rows = Dictionary::array();
+    for (std::size_t i = 0; i < document_.sequences.size(); ++i) {
+        const auto& slot = slots_[i];
+        Dictionary steps = Dictionary::array();
+        for (std::size_t j = 0; j < slot->steps.size() && j < slot->length(); ++j) {
+            steps.push_back({{"note", slot->steps[j]->ccNumberOrNote.value}, {"value", slot->steps[j]->value()}});
+        }
+        const auto& container = *document_.sequences[i].matrix->rangeContainer;
+        rows.push_back({{"running", slot->isRunning},
+                        {"position", slot->position()},
+                        {"length", slot->length()},
+                        {"noteLength", slot->noteLength()},
+                        {"isNote", container.signalType == HVSignalTypeNote},
+                        {"color", slot->color.hxValue()},
+                        {"steps", std::move(steps)}});
+    }
+    Dictionary result{{"sequences", std::move(rows)}, {"held", held_}};
+    result["arpeggiator"] = document_.arpeggiator ? document_.dictionary()["arpeggiator"] : Dictionary();
+    return result;
 }
 
 std::vector<HVMIDISequencePtr> CentralSequences::sequences() const {

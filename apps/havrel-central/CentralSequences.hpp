@@ -59,6 +59,17 @@ public:
     const HVSequencesDocument& document() const { return document_; }
     const std::filesystem::path& file() const { return options_.file; }
 
+    // An edit from the status page, checked as a new document (the reader's checks, all of
+    // them), applied, and written back to the file at once (temporary file + rename). Empty on
+    // success, else why it was refused; nothing changes then. The edits ("action"):
+    //   setStep {sequence, step, value?, note?}   setRunning {sequence, running}
+    //   setLength {sequence, length}              setNoteLength {sequence, noteLength}
+    //   add {}   remove {sequence}                setArpeggiator {settings}
+    // Sequences and steps count from 0.
+    std::string edit(const Dictionary& request);
+    // The rows for the page: each sequence's steps, cursor and settings, and the arpeggiator's.
+    Dictionary state() const;
+
     // The keyboard of the arpeggiator.
     void noteOn(std::uint8_t note, std::uint8_t velocity);
     void noteOff(std::uint8_t note);

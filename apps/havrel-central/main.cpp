@@ -304,6 +304,10 @@ int main(int argc, char** argv) {
         auto sources = CoreStatusSources::create();
         sources->clockHandBackOffered = [centralClock] { return centralClock->canHandBack(); };
         sources->clockHandBack = [centralClock] { return centralClock->handBack(); };
+        sources->sequencesState = [centralSequences] { return centralSequences->state(); };
+        sources->sequencesEdit = [centralSequences](const nlohmann::json& request) {
+            return centralSequences->edit(request);
+        };
         status = StatusService::start({options.statusPort, options.statusControl, midi->service()->outputName()},
                                       std::move(sources));
     }

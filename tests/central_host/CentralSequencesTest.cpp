@@ -137,6 +137,41 @@ TEST_F(CentralSequencesTest, ADocumentPlaysOnTheGridAndAnEditOnDiskTakesOverAtTh
     EXPECT_EQ(sender->calls, (std::vector<std::string>{"132 Off 69 ch0", "144 On 71 90 ch0"}));
 }
 
+TEST_F(CentralSequencesTest, APageEditIsCheckedPlayedAndWrittenBackWhole) {
+    makeClockAndPlayer();
+    auto sender = std::make_shared<TickStampedSender>(player);
+    HVMIDISender::setShared(sender);
+    const auto notes = HVMidiRangeContainer::containerWithChannel(1, 0, true);
+    write(Dictionary{{"sequences", {matrixEntry(notes, {60, 62, 64, 65}, 100)}}}.dump());
+    sequences = startSequences();
+
+    // Refused edits change nothing, on disk or in play.
+    EXPECT_EQ(sequences->edit({{"action", "setStep"}, {"sequence", 1}, {"step", 0}, {"value", 0}}),
+              "setStep needs \"sequence\" (one of the 1 sequences, counted from 0)");
+    EXPECT_EQ(sequences->edit({{"action", "setStep"}, {"sequence", 0}, {"step", 1}, {"note", 200}}),
+              "\"note\" must be 0 to 127");
+    EXPECT_EQ(sequences->edit({{"action", "setArpeggiator"}, {"settings", {{"octaves", 12}}}}),
+              "arpeggiator: \"octaves\" 12 is out of range for notes from a keyboard (at most 11)");
+    // Step 1 silenced, step 2 another note, the row cut to three steps.
+    ASSERT_EQ(sequences->edit({{"action", "setStep"}, {"sequence", 0}, {"step", 1}, {"value", 0}}), "");
+    ASSERT_EQ(sequences->edit({{"action", "setStep"}, {"sequence", 0}, {"step", 2}, {"note", 67}}), "");
+    ASSERT_EQ(sequences->edit({{"action", "setLength"}, {"sequence", 0}, {"length", 3}}), "");
+    musicalClock->start();
+    advance(milliseconds(1500), milliseconds(10));  // to tick 73
+    EXPECT_EQ(sender->calls, (std::vector<std::string>{"1 On 60 100 ch0", "12 Off 60 ch0", "48 On 67 100 ch0",
+                                                       "60 Off 67 ch0", "72 On 60 100 ch0"}));
+    std::ifstream file(folder_ / CentralSequences::kFileName);
+    const auto onDisk = Dictionary::parse(file);
+    const auto& steps = onDisk["sequences"][0]["stepSequence"]["steps"];
+    ASSERT_EQ(steps.size(), 3u);
+    EXPECT_EQ(steps[1]["value"], 0);
+    EXPECT_EQ(steps[2]["ccNumberOrNote"], 67);
+    // The temporary file became the document: none is left beside it.
+    for (const auto& entry : std::filesystem::directory_iterator(folder_)) {
+        EXPECT_NE(entry.path().filename().string().front(), '.') << entry.path();
+    }
+}
+
 TEST_F(CentralSequencesTest, AKeyboardOnTheInputPlaysTheArpeggioUntilReleasedAndStopEndsItsNote) {
     // The arpeggio: up over two octaves, sixteenths, each note half a sixteenth, on channel 3.
     write(R"({"arpeggiator": {"style": 0, "octaves": 2, "length": 6, "noteDurationInPercentageFromLength": 0.5,

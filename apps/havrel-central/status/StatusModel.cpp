@@ -213,6 +213,7 @@ std::string StatusModel::state(bool full) {
           {"running", clock.running},
           {"controllable", clock.controllable},
           {"canUseInternal", clock.canUseInternal}}},
+        {"sequencer", sources_->sequences()},
     };
     json monitor = json::array();
     json log = json::array();
@@ -300,6 +301,8 @@ std::string StatusModel::handleRequest(const std::string& text) {
             return refuse(id, "setClockRunning needs \"running\" (true or false)");
         }
         error = sources_->setClockRunning(running->get<bool>());
+    } else if (name == "editSequences") {
+        error = sources_->editSequences(request);
     } else if (name == "useInternalClock") {
         error = sources_->useInternalClock();
     } else if (name == "setTempo") {

@@ -4,6 +4,8 @@
 // clock, the Bluetooth transport) add their state here without touching the server or the page.
 // Called on the main queue.
 
+#include <nlohmann/json.hpp>
+
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -71,6 +73,10 @@ public:
     virtual std::string setOutputEnabled(const std::string& name, bool on) = 0;
     virtual std::string setClockRunning(bool running) = 0;
     virtual std::string setTempo(double bpm) = 0;
+    // The sequences the Central plays on its own, as rows of steps (null: none to show), and an
+    // edit of them (the request as the page sent it; the edit checks it).
+    virtual nlohmann::json sequences() { return nullptr; }
+    virtual std::string editSequences(const nlohmann::json&) { return "sequences cannot be edited here"; }
     // Hands the clock back to its own timer (offered by canUseInternal).
     virtual std::string useInternalClock() { return "the clock cannot be handed back here"; }
 };
