@@ -140,6 +140,11 @@ void CentralSequences::apply(const HVSequencesDocument& document) {
     arpeggio_ = document.arpeggiator ? HVArpeggio::initFromDictionary(document.arpeggiator->settings) : nullptr;
     document_ = document;
     rebuildArpeggio();
+    const bool plays = document.arpeggiator || std::any_of(document.sequences.begin(), document.sequences.end(),
+                                                           [](const auto& entry) { return entry.isRunning; });
+    if (plays && options_.somethingToPlay) {
+        options_.somethingToPlay();
+    }
 }
 
 std::string CentralSequences::edit(const Dictionary& request) {

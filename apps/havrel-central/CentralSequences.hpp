@@ -24,6 +24,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -45,6 +46,9 @@ public:
         std::shared_ptr<HVStepOutput> output;
         // Watch the file's folder for changes (off in tests that reload by hand).
         bool watch = true;
+        // Called when a document that plays something (a running sequence, an arpeggiator) is
+        // applied: the host starts its clock there.
+        std::function<void()> somethingToPlay;
     };
 
     // Reads the file (a missing one is no sequences, said in one line) and starts watching.

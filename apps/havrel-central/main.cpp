@@ -252,6 +252,13 @@ std::shared_ptr<havrel::CentralSequences> startSequences(const Options& options,
     sequenceOptions.inputName = inputName;
     sequenceOptions.player = HVSequencePlayer::shared();
     sequenceOptions.output = output;
+    // The internal clock starts once there is something to play (an idle program stays idle).
+    sequenceOptions.somethingToPlay = [] {
+        const auto clock = HVClock::shared();
+        if (clock->clockSource() == HVClockSource::internalClock && !clock->isRunning()) {
+            clock->start();
+        }
+    };
     return CentralSequences::start(std::move(sequenceOptions));
 }
 

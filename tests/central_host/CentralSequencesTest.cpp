@@ -81,7 +81,7 @@ protected:
     }
     std::shared_ptr<CentralSequences> startSequences(const std::string& inputName = "Havrel Test Input") {
         output = HVStepOutput::install(player, musicalClock);
-        return CentralSequences::start({folder_ / CentralSequences::kFileName, inputName, player, output});
+        return CentralSequences::start({folder_ / CentralSequences::kFileName, inputName, player, output, true, nullptr});
     }
 
     std::shared_ptr<HVStepOutput> output;
