@@ -15,6 +15,8 @@ CentralMIDI::~CentralMIDI() = default;
 void CentralMIDI::build() {
     service_ = HVMIDIManager::initSharedWithConnectionConfiguration(options_.configuration);
     tempoForwarder_ = HVTempoPositionForwarder::install(service_);
+    tempoForwarder_->forwardInternalClock();
+    service_->setReceivedEventsObserver(receivedEventsObserver_);
     if (options_.printLine) {
         printMonitor_ = HVMIDIOutputMonitor::start("havrel-central monitor", service_->outputName(), options_.printLine);
     }
@@ -24,10 +26,18 @@ void CentralMIDI::tearDown() {
     printMonitor_.reset();
     tempoForwarder_.reset();
     if (service_) {
+        service_->setReceivedEventsObserver(nullptr);
         service_->stopTimers();
         if (service_->midiManager()) {
             service_->midiManager()->removeAll();
         }
+    }
+}
+
+void CentralMIDI::setReceivedEventsObserver(HVMIDIManager::ReceivedEventsObserver observer) {
+    receivedEventsObserver_ = std::move(observer);
+    if (service_ && !stopped_) {
+        service_->setReceivedEventsObserver(receivedEventsObserver_);
     }
 }
 

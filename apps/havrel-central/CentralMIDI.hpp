@@ -53,6 +53,8 @@ public:
     std::function<void(const std::string& reason)> lossHandler();
 
     const std::shared_ptr<HVMIDIManager>& service() const { return service_; }
+    // Shown every received batch, by this service and by any it is made again as.
+    void setReceivedEventsObserver(HVMIDIManager::ReceivedEventsObserver observer);
     // Orderly end: timers stopped, the print's monitor gone, endpoints disposed of; a loss
     // told afterwards changes nothing.
     void stop();
@@ -66,6 +68,7 @@ private:
     std::shared_ptr<HVTempoPositionForwarder> tempoForwarder_;
     std::unique_ptr<HVMIDIOutputMonitor> printMonitor_;
     std::vector<std::function<void()>> rebuiltHandlers_;
+    HVMIDIManager::ReceivedEventsObserver receivedEventsObserver_;
     bool onFallback_ = false;
     bool stopped_ = false;
     std::shared_ptr<CentralMIDI*> self_ = std::make_shared<CentralMIDI*>(this);

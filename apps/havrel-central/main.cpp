@@ -19,11 +19,14 @@
 #include "platform/MIDILibraryServices.hpp"
 #include "platform/MainQueue.hpp"
 #include "platform/Timer.hpp"
+#include "platform/UserFolders.hpp"
 #include "sequencing/HVSequence.hpp"
 #include "transport/bluetooth/RNCentralBluetoothManager.hpp"
 #include "transport/usb/HVCentralUSBManager.hpp"
 #include "backends/bluetooth_bluez/BluezBluetoothPlatform.hpp"
+#include "CentralClock.hpp"
 #include "CentralMIDI.hpp"
+#include "CentralSequences.hpp"
 #include "CoreStatusSources.hpp"
 #include "StatusService.hpp"
 
@@ -58,6 +61,7 @@ struct Options {
     bool noBluetooth = false;
     std::string bluetoothAdapter;
     std::string receiveFolder;
+    std::string sequencesFile;
 };
 
 // Bluetooth through BlueZ where the system bus has it with an adapter; otherwise one line says
@@ -139,6 +143,9 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options, bool& r
     app.add_flag("--status-control", options.statusControl,
                  "let the status page switch hardware outputs and the internal clock");
     app.add_flag("--hardware-midi", options.hardwareMIDI, "send to the machine's hardware MIDI destinations as well");
+    app.add_option("--sequences", options.sequencesFile,
+                   "the sequences document: step sequences and the arpeggiator, read again when it changes "
+                   "(default: sequences.json in the config folder)");
     auto* receiveFolder = app.add_option(
         "--receive-folder", options.receiveFolder,
         "folder for files from clients when no one answers on a terminal (default: the download folder's "
@@ -230,6 +237,31 @@ std::unique_ptr<havrel::CentralMIDI> startMIDI(const Options& options,
     return midi;
 }
 
+// The sequences document, from --sequences or the config folder, played through the step output.
+std::shared_ptr<havrel::CentralSequences> startSequences(const Options& options, const std::string& inputName,
+                                                         const std::shared_ptr<havrel::HVStepOutput>& output) {
+    using namespace havrel;
+    CentralSequences::Options sequenceOptions;
+    if (!options.sequencesFile.empty()) {
+        sequenceOptions.file = options.sequencesFile;
+    } else {
+        const auto folder = options.configDir.empty() ? UserFolders::config() / "havrel"
+                                                      : std::filesystem::path(options.configDir);
+        sequenceOptions.file = folder / CentralSequences::kFileName;
+    }
+    sequenceOptions.inputName = inputName;
+    sequenceOptions.player = HVSequencePlayer::shared();
+    sequenceOptions.output = output;
+    // The internal clock starts once there is something to play (an idle program stays idle).
+    sequenceOptions.somethingToPlay = [] {
+        const auto clock = HVClock::shared();
+        if (clock->clockSource() == HVClockSource::internalClock && !clock->isRunning()) {
+            clock->start();
+        }
+    };
+    return CentralSequences::start(std::move(sequenceOptions));
+}
+
 // Runs the main queue until SIGINT or SIGTERM.
 void runUntilSignal(const Options& options) {
     using namespace havrel;
@@ -271,10 +303,20 @@ int main(int argc, char** argv) {
     // Musical time: running step sequences are heard on the virtual output (through whichever
     // MIDI service is current).
     auto stepOutput = HVStepOutput::install(HVSequencePlayer::shared(), HVClock::shared());
+    auto centralSequences = startSequences(options, midi->service()->inputName(), stepOutput);
+    midi->setReceivedEventsObserver(centralSequences->receivedEventsObserver());
     std::unique_ptr<StatusService> status;
+    auto centralClock = CentralClock::create(stepOutput);
     if (options.statusPort != 0) {
+        auto sources = CoreStatusSources::create();
+        sources->clockHandBackOffered = [centralClock] { return centralClock->canHandBack(); };
+        sources->clockHandBack = [centralClock] { return centralClock->handBack(); };
+        sources->sequencesState = [centralSequences] { return centralSequences->state(); };
+        sources->sequencesEdit = [centralSequences](const nlohmann::json& request) {
+            return centralSequences->edit(request);
+        };
         status = StatusService::start({options.statusPort, options.statusControl, midi->service()->outputName()},
-                                      CoreStatusSources::create());
+                                      std::move(sources));
     }
     if (status) {
         midi->addRebuiltHandler([&status] { status->restartMonitor(); });
@@ -287,6 +329,8 @@ int main(int argc, char** argv) {
         bluetoothScanner->invalidate();
     }
     status.reset();
+    midi->setReceivedEventsObserver(nullptr);
+    centralSequences.reset();
     HVCentralUSBManager::resetShared();
     RNCentralBluetoothManager::resetShared();
     RNBluetoothPlatform::setShared(nullptr);

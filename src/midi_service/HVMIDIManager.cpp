@@ -176,13 +176,13 @@ void HVMIDIManager::createClockParser() {
         testClock());
 }
 
-MIDIIO::MIDIReceiver HVMIDIManager::eventsReceiver() {
+MIDIIO::MIDIReceiver HVMIDIManager::eventsReceiver(bool viaVirtualInput) {
     std::weak_ptr<HVMIDIManager> weakSelf = weak_from_this();
     return MIDIIO::MIDIReceiver::events(
-        [weakSelf](const std::vector<MIDIEvent>& events, MIDIIO::MIDITimeStamp,
-                   const std::optional<MIDIIO::MIDIOutputEndpoint>&) {
+        [weakSelf, viaVirtualInput](const std::vector<MIDIEvent>& events, MIDIIO::MIDITimeStamp,
+                                    const std::optional<MIDIIO::MIDIOutputEndpoint>&) {
             if (auto self = weakSelf.lock()) {
-                self->didReceiveEvents(events);
+                self->didReceiveEvents(events, viaVirtualInput);
             }
         });
 }
@@ -226,7 +226,7 @@ void HVMIDIManager::setupVirtualMIDI() {
     auto& manager = requireManager();
     try {
         manager.addInput(inputName(), kInputTag, MIDIIO::MIDIIdentifierPersistence::userDefaultsManaged(kInputTag),
-                         eventsReceiver());
+                         eventsReceiver(true));
     } catch (const MIDIIO::MIDIIOError& error) {
         logf("[HVMIDIManager] could not create virtual MIDI input {}: {}", inputName(), error.description());
     }
@@ -304,13 +304,27 @@ void HVMIDIManager::stopTimers() {
 
 // --- Receiving. ---
 
-void HVMIDIManager::didReceiveEvents(const std::vector<MIDIEvent>& events) {
+void HVMIDIManager::setReceivedEventsObserver(ReceivedEventsObserver observer) {
+    auto shared = observer ? std::make_shared<const ReceivedEventsObserver>(std::move(observer)) : nullptr;
+    std::lock_guard lock(receivedObserverMutex_);
+    receivedObserver_ = std::move(shared);
+}
+
+void HVMIDIManager::didReceiveEvents(const std::vector<MIDIEvent>& events, bool viaVirtualInput) {
     debugTotalMIDIEventsReceived_ += events.size();
     debugLastEventTimestamp_ = wallClockNow();
+    std::shared_ptr<const ReceivedEventsObserver> observer;
+    {
+        std::lock_guard lock(receivedObserverMutex_);
+        observer = receivedObserver_;
+    }
+    if (observer) {
+        (*observer)(events, viaVirtualInput);
+    }
     if (!clockParser_) {
         return;
     }
-    // Everything but the clock is dropped: incoming notes and controllers go nowhere.
+    // Only the clock is used here: notes and controllers reach the host's observer alone.
     std::lock_guard lock(clockMutex_);
     for (const auto& event : events) {
         clockParser_->handle(event);

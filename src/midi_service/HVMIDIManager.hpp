@@ -114,7 +114,12 @@ public:
     std::size_t midiTimeObserverCount() const;
 
     // What the receiver does with a batch of received events (public so a host can feed it).
-    void didReceiveEvents(const std::vector<MIDICore::MIDIEvent>& events);
+    void didReceiveEvents(const std::vector<MIDICore::MIDIEvent>& events, bool viaVirtualInput = false);
+    // For the host: every received batch is shown to it too, on the receive queue, with whether
+    // it came in through the virtual input "<product> Input". It must not block. Any thread.
+    using ReceivedEventsObserver =
+        std::function<void(const std::vector<MIDICore::MIDIEvent>& events, bool viaVirtualInput)>;
+    void setReceivedEventsObserver(ReceivedEventsObserver observer);
 
     // --- State. ---
     const std::shared_ptr<MIDIIO::MIDIManager>& midiManager() const { return midiManager_; }
@@ -152,7 +157,7 @@ private:
     void setupMIDIClockTest();
     void createLibraryManager();
     void createClockParser();
-    MIDIIO::MIDIReceiver eventsReceiver();
+    MIDIIO::MIDIReceiver eventsReceiver(bool viaVirtualInput = false);
     void refreshClockSources();
     void handleClockEvent(const HVMIDIClockParser::Event& event);
     void notifyPosition();
@@ -198,6 +203,8 @@ private:
     // song position). Taken before observersMutex_; observer callbacks run with it held, so
     // they must not feed events back in.
     std::mutex clockMutex_;
+    mutable std::mutex receivedObserverMutex_;
+    std::shared_ptr<const ReceivedEventsObserver> receivedObserver_;
     std::unique_ptr<HVMIDIClockParser> clockParser_;
     std::atomic<std::uint64_t> debugTotalMIDIEventsReceived_{0};
     std::atomic<double> debugLastEventTimestamp_{0};

@@ -30,11 +30,7 @@ std::shared_ptr<HVStepOutput> HVStepOutput::install(const std::shared_ptr<HVSequ
         }
     });
     if (clock) {
-        clock->addRunningObserver([weak](bool running) {
-            if (auto self = weak.lock(); self && !running) {
-                self->allNotesOff();
-            }
-        });
+        output->followClock(clock);
     }
     // Subscribed after the player: its cursors have moved by the time this runs, one hop later.
     NotificationCenter::defaultCenter().addObserver(output.get(), HVMIDIQNNotification, nullptr,
@@ -67,6 +63,22 @@ void HVStepOutput::follow(const HVMIDISequencePtr& sequence) {
                                                              self->positionDidChange(moved, position);
                                                          }
                                                      });
+}
+
+void HVStepOutput::followClock(const std::shared_ptr<HVClock>& clock) {
+    std::weak_ptr<HVStepOutput> weak = weak_from_this();
+    clock->addRunningObserver([weak](bool running) {
+        if (auto self = weak.lock(); self && !running) {
+            self->allNotesOff();
+        }
+    });
+}
+
+void HVStepOutput::setTransportStopped(bool stopped) {
+    transportStopped_ = stopped;
+    if (stopped) {
+        allNotesOff();
+    }
 }
 
 void HVStepOutput::setTarget(const std::string& sequenceID, Target target) {
@@ -102,26 +114,27 @@ void HVStepOutput::positionDidChange(HVMIDISequence& sequence, std::uint64_t pos
     if (tick < state.lastTick) {
         // The count went back (MIDI Start): what sounds ends, and the cursor starts afresh.
         release(state, std::nullopt);
-        state.lastPosition.reset();
+        state.lastSlot.reset();
     }
     state.lastTick = tick;
     release(state, tick);
     if (!sequence.isRunning) {
         release(state, std::nullopt);
-        state.lastPosition.reset();
+        state.lastSlot.reset();
         return;
     }
-    if (state.lastPosition == position) {
+    const std::uint64_t ticks = sequence.playTickLength();
+    const std::uint64_t slot = ticks > 0 ? tick / ticks : tick;
+    if (state.lastSlot == slot) {
         return;
     }
-    state.lastPosition = position;
-    if (sequence.isMuted || position >= sequence.steps.size() || !sequence.steps[position]) {
+    state.lastSlot = slot;
+    if (transportStopped_ || sequence.isMuted || position >= sequence.steps.size() || !sequence.steps[position]) {
         return;
     }
     // The note lasts from the tick its grid position began, so that it ends as the next step
     // starts whatever tick the cursor arrived on.
-    const std::uint64_t ticks = sequence.playTickLength();
-    sound(state, *sequence.steps[position], ticks > 0 ? tick - tick % ticks : tick);
+    sound(state, *sequence.steps[position], ticks > 0 ? slot * ticks : tick);
 }
 
 void HVStepOutput::sound(State& state, const HVStep& step, std::uint64_t startTick) {
@@ -178,7 +191,7 @@ void HVStepOutput::tickDidPass() {
         const bool playing = sequence && sequence->isRunning && player && player->sequences().contains(it->first);
         if (!playing) {
             release(it->second, std::nullopt);
-            it->second.lastPosition.reset();
+            it->second.lastSlot.reset();
         }
         if (!sequence) {
             it = states_.erase(it);
@@ -191,14 +204,14 @@ void HVStepOutput::tickDidPass() {
 void HVStepOutput::allNotesOff(const std::string& sequenceID) {
     if (auto found = states_.find(sequenceID); found != states_.end()) {
         release(found->second, std::nullopt);
-        found->second.lastPosition.reset();
+        found->second.lastSlot.reset();
     }
 }
 
 void HVStepOutput::allNotesOff() {
     for (auto& [identifier, state] : states_) {
         release(state, std::nullopt);
-        state.lastPosition.reset();
+        state.lastSlot.reset();
     }
 }
 

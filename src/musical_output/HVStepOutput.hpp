@@ -2,8 +2,8 @@
 // Sounds the running step sequences: on each cursor move of a running, unmuted sequence the
 // step under the cursor is sent through the MIDI sender (the application's MIDI manager) on the
 // virtual output, a note with its note off after the step's length in ticks, or a controller
-// value. A sequence that stops (or leaves the player), a clock that pauses and a tick count that
-// goes back (MIDI Start) end the notes still sounding.
+// value. A sequence that stops (or leaves the player), a clock that pauses, a tick count that
+// goes back (MIDI Start) and a transport stop (MIDI Stop) end the notes still sounding.
 //
 // Installed by the host over the sequence player: it follows every sequence the player
 // registers. Main queue only.
@@ -37,6 +37,12 @@ public:
     // Sounds the sequence's steps from the first cursor move of a tick on (the player does this
     // for what it registers).
     void follow(const HVMIDISequencePtr& sequence);
+    // Ends what sounds when the clock pauses (a clock that replaces another is followed too).
+    void followClock(const std::shared_ptr<HVClock>& clock);
+    // A stopped transport (MIDI Stop) ends what sounds and keeps every step silent until it runs
+    // again (MIDI Continue or Start); the cursors go on moving meanwhile.
+    void setTransportStopped(bool stopped);
+    bool isTransportStopped() const { return transportStopped_; }
     void setTarget(const std::string& sequenceID, Target target);
     // Registers the matrix sequence's step sequence with the player, driving what its range
     // container says: a note or a controller on the container's channel.
@@ -59,7 +65,9 @@ private:
     struct State {
         std::weak_ptr<HVMIDISequence> sequence;
         Target target;
-        std::optional<std::uint64_t> lastPosition;
+        // The grid position (tick / tick length) last sounded: a step sounds once per grid
+        // position, so a one-step row repeats.
+        std::optional<std::uint64_t> lastSlot;
         // Set by the first tick after the sequence is followed: the cursor set while it is
         // registered is no move to sound.
         bool armed = false;
@@ -75,6 +83,7 @@ private:
 
     std::weak_ptr<HVSequencePlayer> player_;
     std::map<std::string, State> states_;
+    bool transportStopped_ = false;
 };
 
 }  // namespace havrel

@@ -1,7 +1,11 @@
 #include "musical_output/HVTempoPositionForwarder.hpp"
 
 #include "midi_service/HVMIDIHandOff.hpp"
+#include "musical_time/HVClock.hpp"
 #include "platform/MainQueue.hpp"
+#include "platform/NotificationCenter.hpp"
+
+#include <utility>
 
 namespace havrel {
 
@@ -36,6 +40,49 @@ std::shared_ptr<HVTempoPositionForwarder> HVTempoPositionForwarder::install(cons
             onMainQueue([tempo](HVCentralUSBManager& usb) { usb.sendTempoToEveryClient(tempo); });
         });
     return forwarder;
+}
+
+HVTempoPositionForwarder::~HVTempoPositionForwarder() {
+    if (forwardingInternal_) {
+        NotificationCenter::defaultCenter().removeObserver(this);
+    }
+}
+
+void HVTempoPositionForwarder::forwardInternalClock() {
+    if (std::exchange(forwardingInternal_, true)) {
+        return;
+    }
+    std::weak_ptr<HVTempoPositionForwarder> weak = weak_from_this();
+    NotificationCenter::defaultCenter().addObserver(this, HVMIDIQNNotification, nullptr,
+                                                    [weak](const Notification& notification) {
+                                                        const auto it = notification.userInfo.find(HVMIDIQNNotification);
+                                                        auto self = weak.lock();
+                                                        if (self && it != notification.userInfo.end() &&
+                                                            it->is_number_unsigned()) {
+                                                            self->internalTick(it->get<std::uint64_t>());
+                                                        }
+                                                    });
+}
+
+void HVTempoPositionForwarder::internalTick(std::uint64_t count) {
+    const auto clock = HVClock::shared();
+    if (clock->clockSource() != HVClockSource::internalClock) {
+        // MIDI clock's own tempo goes out from the manager; the internal one is told afresh
+        // should it come back.
+        internalTempoSent_.reset();
+        return;
+    }
+    const auto usb = usbManager_();
+    if (!usb) {
+        return;
+    }
+    if (const double tempo = clock->bpm(); internalTempoSent_ != tempo) {
+        usb->sendTempoToEveryClient(tempo);
+        internalTempoSent_ = tempo;
+    }
+    if (count % 6 == 0) {
+        usb->sendPositionToEveryClient(static_cast<double>(count / 6));
+    }
 }
 
 }  // namespace havrel

@@ -42,6 +42,30 @@ std::optional<std::string> writeDurablyAndClose(int fd, std::span<const std::uin
     return std::nullopt;
 }
 
+std::optional<std::string> replaceFileAtomically(const std::filesystem::path& file, std::string_view bytes) {
+    const std::filesystem::path folder = file.has_parent_path() ? file.parent_path() : ".";
+    std::error_code error;
+    std::filesystem::create_directories(folder, error);
+    if (error) {
+        return "cannot create " + folder.string() + ": " + error.message();
+    }
+    std::string temporary = (folder / ("." + file.filename().string() + ".XXXXXX")).string();
+    const int fd = ::mkostemp(temporary.data(), O_CLOEXEC);
+    if (fd < 0) {
+        return errorText("cannot create a file");
+    }
+    if (auto failure = writeDurablyAndClose(fd, std::span(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()))) {
+        ::unlink(temporary.c_str());
+        return *failure;
+    }
+    if (::rename(temporary.c_str(), file.c_str()) != 0) {
+        const auto failure = errorText("cannot rename");
+        ::unlink(temporary.c_str());
+        return failure;
+    }
+    return std::nullopt;
+}
+
 NewFile writeNewFile(const std::filesystem::path& location, std::span<const std::uint8_t> bytes, int maximumNames) {
     const std::filesystem::path folder = location.has_parent_path() ? location.parent_path() : ".";
     const std::filesystem::path name = location.filename();

@@ -20,13 +20,15 @@ constexpr std::size_t kEventHeaderSize = 16;
 }  // namespace
 
 std::shared_ptr<FolderWatcher> FolderWatcher::create(WorkQueue& queue, const std::filesystem::path& folder,
-                                                     Handler handler) {
+                                                     Handler handler, Events events) {
     const int fd = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
     if (fd < 0) {
         logf("FolderWatcher cannot watch {}: {}", folder.string(), std::strerror(errno));
         return nullptr;
     }
-    if (::inotify_add_watch(fd, folder.c_str(), IN_CREATE | IN_MOVED_TO | IN_ATTRIB) < 0) {
+    const std::uint32_t mask =
+        events == Events::appearances ? IN_CREATE | IN_MOVED_TO | IN_ATTRIB : IN_CLOSE_WRITE | IN_MOVED_TO;
+    if (::inotify_add_watch(fd, folder.c_str(), mask) < 0) {
         logf("FolderWatcher cannot watch {}: {}", folder.string(), std::strerror(errno));
         ::close(fd);
         return nullptr;

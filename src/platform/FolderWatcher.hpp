@@ -24,10 +24,13 @@ class WorkQueue;
 class FolderWatcher : public std::enable_shared_from_this<FolderWatcher> {
 public:
     using Handler = std::function<void(const std::string& name)>;
+    // What is told: entries that appear or change attributes, or files whose writing is
+    // complete (closed after writing, or moved in whole, as editors and atomic saves do).
+    enum class Events { appearances, completedFiles };
 
     // nullptr, with one log line, where the folder cannot be watched.
     static std::shared_ptr<FolderWatcher> create(WorkQueue& queue, const std::filesystem::path& folder,
-                                                 Handler handler);
+                                                 Handler handler, Events events = Events::appearances);
     ~FolderWatcher();
     FolderWatcher(const FolderWatcher&) = delete;
     FolderWatcher& operator=(const FolderWatcher&) = delete;

@@ -54,22 +54,27 @@ protected:
         return true;
     }
 
+    // A client on the local path, past its handshake.
+    void connectClient() {
+        HVCentralUSBManager::Options options;
+        options.localPort = device_->port();
+        options.useUSBHub = false;
+        HVCentralUSBManager::instantiateWithProductToSendOut("Havrel Test", "1.0", options);
+        HavrelCoreBaseMac::instantiateWithProductToSendOut("Havrel Test", "1.0", "2.1");
+        auto registry = HVCentralConnectionManager::sharedInstance();
+        ASSERT_TRUE(pump([&] { return device_->connected(); }));
+        const Dictionary client = {{"type", "RNUSBClient"}, {"connectionName", "Pad"}, {"productID", "havrel-test"},
+                                   {"uniqueIdentifier", "pad-1"}, {"apiVersion", "2.1"},     {"version", "1.0"}};
+        device_->send(100, *propertyListData(Dictionary{{"usbClient", client}}, PropertyListFormat::binary).data);
+        ASSERT_TRUE(pump([&] { return registry->usbClients().size() == 1; }));
+    }
+
     std::optional<testing::TransportScope> transports_;
     std::unique_ptr<testing::FakeClientDevice> device_;
 };
 
 TEST_F(TempoFramesTest, AClientReceivesTheTempoAndPositionOfAnotherApplicationsClock) {
-    HVCentralUSBManager::Options options;
-    options.localPort = device_->port();
-    options.useUSBHub = false;
-    HVCentralUSBManager::instantiateWithProductToSendOut("Havrel Test", "1.0", options);
-    HavrelCoreBaseMac::instantiateWithProductToSendOut("Havrel Test", "1.0", "2.1");
-    auto registry = HVCentralConnectionManager::sharedInstance();
-    ASSERT_TRUE(pump([&] { return device_->connected(); }));
-    const Dictionary client = {{"type", "RNUSBClient"}, {"connectionName", "Pad"}, {"productID", "havrel-test"},
-                               {"uniqueIdentifier", "pad-1"}, {"apiVersion", "2.1"},     {"version", "1.0"}};
-    device_->send(100, *propertyListData(Dictionary{{"usbClient", client}}, PropertyListFormat::binary).data);
-    ASSERT_TRUE(pump([&] { return registry->usbClients().size() == 1; }));
+    connectClient();
 
     auto wallClock = std::make_shared<std::atomic<double>>(1000.0);
     HVMIDIManager::setClockForTesting([wallClock] { return wallClock->load(); });
@@ -103,6 +108,28 @@ TEST_F(TempoFramesTest, AClientReceivesTheTempoAndPositionOfAnotherApplicationsC
     }
     // The registration outlives the ticks: it holds a tick callback.
     EXPECT_EQ(manager->midiTimeObserverCount(), 1u);
+}
+
+TEST_F(TempoFramesTest, AClientReceivesTheTempoAndPositionOfTheInternalClock) {
+    connectClient();
+    auto manager = HVMIDIManager::initSharedMinimalWithConnectionConfiguration(configuration_);
+    auto forwarder = HVTempoPositionForwarder::install(manager);
+    forwarder->forwardInternalClock();
+    makeClockAndPlayer();
+    HVClock::setShared(musicalClock);
+    musicalClock->setBpm(90);
+    musicalClock->start();
+    // Twelve ticks: two sixteenths; the tempo once, at the first tick.
+    ASSERT_TRUE(pump([&] { return musicalClock->midiQN() >= 12 && device_->framesOfType(113).size() >= 2; }));
+    musicalClock->setBpm(100);
+    ASSERT_TRUE(pump([&] { return device_->framesOfType(112).size() >= 2; }));
+    const auto tempos = device_->framesOfType(112);
+    ASSERT_EQ(tempos.size(), 2u);
+    EXPECT_EQ(doubleOf(tempos[0]), 90.0);
+    EXPECT_EQ(doubleOf(tempos[1]), 100.0);
+    const auto positions = device_->framesOfType(113);
+    EXPECT_EQ(doubleOf(positions[0]), 1.0);
+    EXPECT_EQ(doubleOf(positions[1]), 2.0);
 }
 
 }  // namespace

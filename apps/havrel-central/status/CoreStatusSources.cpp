@@ -142,6 +142,7 @@ StatusClock CoreStatusSources::clock() {
         return clock;
     }
     clock.source = "external";
+    clock.canUseInternal = clockHandBackOffered && clockHandBackOffered();
     if (auto midi = HVMIDIManager::shared()) {
         clock.tempo = midi->tempo();
         // Before the first beat the position reads 0, which is bar 1, beat 1, division 1.
@@ -199,6 +200,10 @@ std::string CoreStatusSources::setTempo(double bpm) {
     }
     musical->setBpm(bpm);
     return "";
+}
+
+std::string CoreStatusSources::useInternalClock() {
+    return clockHandBack ? clockHandBack() : StatusSources::useInternalClock();
 }
 
 void CoreStatusSources::addRefusal(const RNClient& client) {

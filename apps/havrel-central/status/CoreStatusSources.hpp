@@ -11,6 +11,7 @@
 
 
 #include <deque>
+#include <functional>
 #include <memory>
 #include <set>
 
@@ -38,6 +39,18 @@ public:
     std::string setOutputEnabled(const std::string& name, bool on) override;
     std::string setClockRunning(bool running) override;
     std::string setTempo(double bpm) override;
+    std::string useInternalClock() override;
+    nlohmann::json sequences() override { return sequencesState ? sequencesState() : nullptr; }
+    std::string editSequences(const nlohmann::json& request) override {
+        return sequencesEdit ? sequencesEdit(request) : StatusSources::editSequences(request);
+    }
+
+    // The host's hand-back of the clock to its own timer: whether it is offered, and doing it.
+    std::function<bool()> clockHandBackOffered;
+    std::function<std::string()> clockHandBack;
+    // The host's sequences: their rows, and an edit of them.
+    std::function<nlohmann::json()> sequencesState;
+    std::function<std::string(const nlohmann::json&)> sequencesEdit;
 
 
 private:

@@ -211,7 +211,9 @@ std::string StatusModel::state(bool full) {
           {"beat", clock.beat},
           {"division", clock.beatDivision},
           {"running", clock.running},
-          {"controllable", clock.controllable}}},
+          {"controllable", clock.controllable},
+          {"canUseInternal", clock.canUseInternal}}},
+        {"sequencer", sources_->sequences()},
     };
     json monitor = json::array();
     json log = json::array();
@@ -299,6 +301,10 @@ std::string StatusModel::handleRequest(const std::string& text) {
             return refuse(id, "setClockRunning needs \"running\" (true or false)");
         }
         error = sources_->setClockRunning(running->get<bool>());
+    } else if (name == "editSequences") {
+        error = sources_->editSequences(request);
+    } else if (name == "useInternalClock") {
+        error = sources_->useInternalClock();
     } else if (name == "setTempo") {
         const auto bpm = request.find("bpm");
         if (bpm == request.end() || !bpm->is_number()) {

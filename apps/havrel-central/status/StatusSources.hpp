@@ -4,6 +4,8 @@
 // clock, the Bluetooth transport) add their state here without touching the server or the page.
 // Called on the main queue.
 
+#include <nlohmann/json.hpp>
+
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -35,6 +37,7 @@ struct StatusClock {
     std::int32_t beatDivision = 1;
     bool running = false;
     bool controllable = false;  // whether start, pause and tempo can be set from the page
+    bool canUseInternal = false;  // follows MIDI clock, which has stopped: the timer can take over
 };
 
 struct StatusAlert {
@@ -70,6 +73,12 @@ public:
     virtual std::string setOutputEnabled(const std::string& name, bool on) = 0;
     virtual std::string setClockRunning(bool running) = 0;
     virtual std::string setTempo(double bpm) = 0;
+    // The sequences the Central plays on its own, as rows of steps (null: none to show), and an
+    // edit of them (the request as the page sent it; the edit checks it).
+    virtual nlohmann::json sequences() { return nullptr; }
+    virtual std::string editSequences(const nlohmann::json&) { return "sequences cannot be edited here"; }
+    // Hands the clock back to its own timer (offered by canUseInternal).
+    virtual std::string useInternalClock() { return "the clock cannot be handed back here"; }
 };
 
 }  // namespace havrel

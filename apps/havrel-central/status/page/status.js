@@ -119,6 +119,7 @@ function renderClock(clock, control) {
   clockRunning = clock.running;
   $("clock-toggle").textContent = clock.running ? "pause" : "start";
   $("clock-controls").hidden = !(control && clock.controllable);
+  $("clock-hand-back").hidden = !(control && clock.canUseInternal);
 }
 
 function monitorRow(entry) {
@@ -169,6 +170,7 @@ function applyState(state) {
   drawPlot();
   renderOutputs(state.outputs, state.control);
   renderClock(state.clock, state.control);
+  renderSequences(state.sequencer, state.control);
   renderList("alerts", state.alerts || [], (a) => [a.time, a.message, a.text], "no alert");
   renderList("files", state.files || [], (f) => [f.time, f.name, f.size + " bytes", "from " + (f.client || "?")],
              "no file received");
@@ -181,6 +183,70 @@ function applyState(state) {
   if (monitorEntries.length > MONITOR_KEPT) monitorEntries.splice(0, monitorEntries.length - MONITOR_KEPT);
   renderMonitor();
   addLog(state.log, state.full);
+}
+
+// The sequences as rows of steps with the cursor; with changes allowed, a click turns a step on or
+// off, a right click sets its value and note, and each row has its start/stop, length and note
+// length. The rows are rebuilt on each state: they are small.
+function renderSequences(sequencer, control) {
+  const rows = $("sequences");
+  rows.replaceChildren();
+  $("sequences-controls").hidden = !control || !sequencer;
+  if (!sequencer) { rows.append(element("p", "no sequences document")); return; }
+  const edit = (change) => request(Object.assign({ op: "editSequences" }, change));
+  sequencer.sequences.forEach((row, index) => {
+    const head = element("div", undefined, "controls");
+    head.append(element("span", (index + 1) + (row.isNote ? " notes" : " controller") +
+                        (row.running ? " · running" : " · stopped")));
+    if (control) {
+      const toggle = element("button", row.running ? "stop" : "start");
+      toggle.addEventListener("click", () => edit({ action: "setRunning", sequence: index, running: !row.running }));
+      const length = element("input");
+      length.type = "number"; length.min = 1; length.max = 256; length.value = row.length;
+      length.addEventListener("change", () => edit({ action: "setLength", sequence: index, length: Number(length.value) }));
+      const noteLength = element("input");
+      noteLength.type = "number"; noteLength.min = 1; noteLength.max = 96; noteLength.value = row.noteLength;
+      noteLength.title = "note length in ticks";
+      noteLength.addEventListener("change",
+        () => edit({ action: "setNoteLength", sequence: index, noteLength: Number(noteLength.value) }));
+      const remove = element("button", "remove");
+      remove.addEventListener("click", () => edit({ action: "remove", sequence: index }));
+      head.append(toggle, element("span", "length"), length, element("span", "note length"), noteLength, remove);
+    }
+    const steps = element("div", undefined, "steps");
+    row.steps.forEach((step, stepIndex) => {
+      const cell = element("button", row.isNote ? step.note : step.value,
+                           "step" + (step.value > 0 ? " on" : "") + (row.running && stepIndex === row.position ? " cursor" : ""));
+      cell.title = "value " + step.value + (row.isNote ? ", note " + step.note : "");
+      cell.disabled = !control;
+      cell.addEventListener("click",
+        () => edit({ action: "setStep", sequence: index, step: stepIndex, value: step.value > 0 ? 0 : 100 }));
+      cell.addEventListener("contextmenu", (event) => {
+        event.preventDefault();
+        const answer = prompt("value (0-127) and note (0-127)", step.value + " " + step.note);
+        if (answer === null) return;
+        const [value, note] = answer.trim().split(/\s+/).map(Number);
+        edit({ action: "setStep", sequence: index, step: stepIndex, value: value, note: note });
+      });
+      steps.append(cell);
+    });
+    rows.append(head, steps);
+  });
+  const arp = $("arpeggiator");
+  arp.replaceChildren();
+  if (sequencer.arpeggiator) {
+    arp.append(element("div", "arpeggiator: " + JSON.stringify(sequencer.arpeggiator) +
+                              " · held " + (sequencer.held.join(" ") || "none")));
+    if (control) {
+      const change = element("button", "edit the arpeggiator");
+      change.addEventListener("click", () => {
+        const answer = prompt("arpeggiator settings (JSON)", JSON.stringify(sequencer.arpeggiator));
+        if (answer === null) return;
+        try { edit({ action: "setArpeggiator", settings: JSON.parse(answer) }); } catch (e) { showError(String(e)); }
+      });
+      arp.append(change);
+    }
+  }
 }
 
 function request(body) {
@@ -215,6 +281,8 @@ $("monitor-pause").addEventListener("click", () => {
 });
 $("monitor-kind").addEventListener("change", () => renderMonitor());
 $("clock-toggle").addEventListener("click", () => request({ op: "setClockRunning", running: !clockRunning }));
+$("sequence-add").addEventListener("click", () => request({ op: "editSequences", action: "add" }));
+$("clock-use-internal").addEventListener("click", () => request({ op: "useInternalClock" }));
 $("clock-set-tempo").addEventListener("click", () => request({ op: "setTempo", bpm: Number($("clock-bpm").value) }));
 window.addEventListener("resize", drawPlot);
 connect();
