@@ -68,7 +68,7 @@ protected:
     }
 
     void write(const std::string& text) {
-        std::ofstream(folder_ / CentralSequences::kFileName, std::ios::trunc) << text;
+        std::ofstream(folder_.path() / CentralSequences::kFileName, std::ios::trunc) << text;
     }
     // Lets the folder watcher's event reach the main queue (real time: the kernel tells it).
     template <class Condition>
@@ -81,7 +81,7 @@ protected:
     }
     std::shared_ptr<CentralSequences> startSequences(const std::string& inputName = "Havrel Test Input") {
         output = HVStepOutput::install(player, musicalClock);
-        return CentralSequences::start({folder_ / CentralSequences::kFileName, inputName, player, output, true, nullptr});
+        return CentralSequences::start({folder_.path() / CentralSequences::kFileName, inputName, player, output, true, nullptr});
     }
 
     std::shared_ptr<HVStepOutput> output;
@@ -160,14 +160,14 @@ TEST_F(CentralSequencesTest, APageEditIsCheckedPlayedAndWrittenBackWhole) {
     advance(milliseconds(1500), milliseconds(10));  // to tick 73
     EXPECT_EQ(sender->calls, (std::vector<std::string>{"1 On 60 100 ch0", "12 Off 60 ch0", "48 On 67 100 ch0",
                                                        "60 Off 67 ch0", "72 On 60 100 ch0"}));
-    std::ifstream file(folder_ / CentralSequences::kFileName);
+    std::ifstream file(folder_.path() / CentralSequences::kFileName);
     const auto onDisk = Dictionary::parse(file);
     const auto& steps = onDisk["sequences"][0]["stepSequence"]["steps"];
     ASSERT_EQ(steps.size(), 3u);
     EXPECT_EQ(steps[1]["value"], 0);
     EXPECT_EQ(steps[2]["ccNumberOrNote"], 67);
     // The temporary file became the document: none is left beside it.
-    for (const auto& entry : std::filesystem::directory_iterator(folder_)) {
+    for (const auto& entry : std::filesystem::directory_iterator(folder_.path())) {
         EXPECT_NE(entry.path().filename().string().front(), '.') << entry.path();
     }
 }
