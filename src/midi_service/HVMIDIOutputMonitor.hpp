@@ -6,10 +6,15 @@
 // with the UMP words as sent at MIDI 2.0 (8 upper-case hex digits each) and the MIDI 1.0 bytes
 // of the same event (2 upper-case hex digits each; nothing after "midi1=" for an event with no
 // MIDI 1.0 form). Lines are handed over on the monitor's receive queue, in order.
+//
+// Monitors of the same endpoint name on the same MIDI platform share one MIDI client (named by
+// the first of them): each message is delivered and decoded once and handed to every monitor in
+// the order they started. A monitor's handler is not called once its destructor has returned.
 
 #include "MIDICore/MIDIEvent.hpp"
 #include "MIDIIO/MIDIManager.hpp"
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -35,8 +40,12 @@ public:
     static std::string lineForEvent(const std::string& endpointName, const MIDICore::MIDIEvent& event);
 
 private:
-    explicit HVMIDIOutputMonitor(std::shared_ptr<MIDIIO::MIDIManager> manager);
-    std::shared_ptr<MIDIIO::MIDIManager> manager_;
+    struct Tap;
+    HVMIDIOutputMonitor(std::shared_ptr<Tap> tap, std::uint64_t id);
+    static std::shared_ptr<Tap> startTap(const std::string& clientName, const std::string& endpointName);
+
+    std::shared_ptr<Tap> tap_;
+    std::uint64_t id_;
 };
 
 }  // namespace havrel

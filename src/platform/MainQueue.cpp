@@ -40,7 +40,7 @@ std::size_t MainQueue::runFor(Duration duration) {
     }
     adoptCallingThread();
     CurrentScope scope(*this);
-    const std::size_t ran = loop_->io.run_for(duration);
+    const std::size_t ran = countingItems([&] { return loop_->io.run_for(duration); });
     if (loop_->io.stopped()) {
         loop_->io.restart();
     }
@@ -52,7 +52,7 @@ std::size_t MainQueue::poll() {
 }
 
 std::size_t MainQueue::pollReady() {
-    const std::size_t ran = loop_->io.poll();
+    const std::size_t ran = countingItems([&] { return loop_->io.poll(); });
     if (loop_->io.stopped()) {
         loop_->io.restart();
     }

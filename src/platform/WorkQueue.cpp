@@ -72,6 +72,12 @@ void WorkQueue::resetLoop(std::shared_ptr<Clock> clock) {
         static_cast<ManualClock&>(*previous).detach(this);
     }
     // The old loop's pending handlers are destroyed with it, outside the lock, unrun.
+    std::deque<Work> discardedPosts;
+    {
+        std::lock_guard lock(postedMutex_);
+        discardedPosts.swap(posted_);
+        drainScheduled_ = false;
+    }
     loop_ = std::make_unique<Loop>();
     unfinishedPosts_.store(0);
     attachToClock();
@@ -85,13 +91,51 @@ void WorkQueue::post(Work work) {
     HV_ASSERT(work != nullptr);
     ++postsFromCurrentThread;
     unfinishedPosts_.fetch_add(1, std::memory_order_relaxed);
-    asio::post(loop_->io, [this, work = std::move(work)] {
+    bool schedule = false;
+    {
+        std::lock_guard lock(postedMutex_);
+        posted_.push_back(std::move(work));
+        schedule = !std::exchange(drainScheduled_, true);
+    }
+    if (schedule) {
+        asio::post(loop_->io, [this] { drainPosted(); });
+    }
+}
+
+// Posted items run in turns of at most kPostedPerTurn, each turn one handler of the loop: a chain
+// of posts (a frame's handling posting its sends, a send posting its report) costs one pass of
+// the loop's reactor, not one each, and sockets and timers still get their turn in between.
+void WorkQueue::drainPosted() {
+    struct NextTurn {
+        WorkQueue& queue;
+        // Also when an item throws: what is left keeps its turn.
+        ~NextTurn() {
+            std::lock_guard lock(queue.postedMutex_);
+            if (queue.posted_.empty()) {
+                queue.drainScheduled_ = false;
+            } else {
+                asio::post(queue.loop_->io, [q = &queue] { q->drainPosted(); });
+            }
+        }
+    } nextTurn{*this};
+    ++drainTurns_;
+    for (std::size_t ran = 0; ran < kPostedPerTurn && !loop_->io.stopped(); ++ran) {
+        Work work;
+        {
+            std::lock_guard lock(postedMutex_);
+            if (posted_.empty()) {
+                return;
+            }
+            work = std::move(posted_.front());
+            posted_.pop_front();
+        }
         struct Finished {
             std::atomic<std::size_t>& count;
             ~Finished() { count.fetch_sub(1, std::memory_order_release); }
         } finished{unfinishedPosts_};
+        ++postedRun_;
         work();
-    });
+    }
 }
 
 bool WorkQueue::hasWorkToRun() const {

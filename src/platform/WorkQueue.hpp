@@ -16,6 +16,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -92,6 +93,15 @@ protected:
     // posted by another thread at the same moment may or may not be seen.
     bool hasWorkToRun() const;
 
+    // What a run of the loop's handlers did, counted as the items and other handlers it ran
+    // rather than as turns: `ran` is what asio reported for the same run.
+    template <typename Run>
+    std::size_t countingItems(Run run) {
+        const auto items = postedRun_;
+        const auto turns = drainTurns_;
+        const std::size_t ran = run();
+        return ran - (drainTurns_ - turns) + (postedRun_ - items);
+    }
     // ManualClock::Participant.
     std::optional<TimePoint> nextDue() const override;
 
@@ -110,6 +120,9 @@ private:
         TimePoint latest;  // due + leeway
     };
     static bool later(const Delayed& a, const Delayed& b);
+    // On the queue's thread: runs a turn of the posted items.
+    void drainPosted();
+    static constexpr std::size_t kPostedPerTurn = 64;
     // On the queue's thread: arms the wake timer at the earliest due time (steady clock only).
     void armWake();
 
@@ -119,6 +132,11 @@ private:
     std::vector<Delayed> delayed_;  // a heap by (due, sequence)
     TimePoint wakeAt_ = TimePoint::max();  // what the wake timer is armed for (steady clock)
     std::uint64_t nextSequence_ = 0;
+    std::mutex postedMutex_;
+    std::deque<Work> posted_;      // posted items in order of posting
+    bool drainScheduled_ = false;  // a turn of posted_ is in the loop
+    std::size_t postedRun_ = 0;    // on the queue's thread: posted items run so far
+    std::size_t drainTurns_ = 0;   // and the turns they ran in
     std::atomic<std::size_t> unfinishedPosts_{0};  // posted items not yet run to their end
 };
 

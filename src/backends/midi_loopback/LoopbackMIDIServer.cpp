@@ -377,7 +377,7 @@ void LoopbackMIDIServer::clientSetFlushBlock(MIDIClientRef client, std::function
 }
 
 void LoopbackMIDIServer::flush() {
-    for (;;) {
+    for (int round = 0; round < kFlushRounds; ++round) {
         const auto before = posted_.load();
         MIDIInternals::syncOn(*queue_, [] {});
         std::vector<std::function<void()>> blocks;

@@ -112,8 +112,11 @@ public:
     void reportIOError(MIDIDeviceRef device, OSStatus error);
     // Delivers everything in flight, without sleeping: runs the server's queue and then each
     // client's flush block (which drains the client's queues), again until a round hands the
-    // server nothing new. Not from the server's queue or a client's.
+    // server nothing new, or at most kFlushRounds rounds: while other threads go on sending,
+    // every round sees new work, and what they sent during the flush may still be in flight
+    // when it returns. Not from the server's queue or a client's.
     void flush();
+    static constexpr int kFlushRounds = 16;
 
     LoopbackMIDIServer(bool supportsThru, std::shared_ptr<MIDIInternals::DispatchQueue> queue);
 

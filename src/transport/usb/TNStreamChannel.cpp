@@ -151,22 +151,36 @@ void TNStreamChannel::startRead() {
     if (reads_.empty()) {
         return;
     }
-    const std::size_t chunk = std::min(reads_.front().remaining, kReadChunkSize);
-    readBuffer_.resize(chunk);
     readInFlight_ = true;
+    // What an earlier receive brought beyond the read it served goes out first, without a
+    // system call; a read of 0 bytes takes this path too and ends empty at once.
+    if (aheadEnd_ > aheadBegin_ || reads_.front().remaining == 0) {
+        asio::post(socket_.get_executor(), [self = shared_from_this()] {
+            self->onRead(self->stopping_ ? asio::error::operation_aborted : std::error_code{});
+        });
+        return;
+    }
+    // One receive takes all that is waiting, up to the buffer: several frames of a busy
+    // client cost one system call, and a short receive tells the reactor the socket is drained.
+    const std::size_t chunk = std::max(std::min(reads_.front().remaining, kReadChunkSize), kReadAheadSize);
+    readBuffer_.resize(chunk);
+    aheadBegin_ = aheadEnd_ = 0;
     socket_.async_read_some(asio::buffer(readBuffer_.data(), chunk),
                             [self = shared_from_this()](const std::error_code& error, std::size_t size) {
-                                self->onRead(error, size);
+                                self->aheadEnd_ = error ? 0 : size;
+                                self->onRead(error);
                             });
 }
 
-void TNStreamChannel::onRead(const std::error_code& error, std::size_t size) {
+void TNStreamChannel::onRead(const std::error_code& error) {
     readInFlight_ = false;
     PendingRead& read = reads_.front();
     reporting_ = true;
-    if (!error && size > 0) {
-        read.remaining -= std::min(size, read.remaining);
-        const ByteView piece(readBuffer_.data(), size);
+    const std::size_t size = error ? 0 : std::min(aheadEnd_ - aheadBegin_, read.remaining);
+    if (size > 0) {
+        read.remaining -= size;
+        const ByteView piece(readBuffer_.data() + aheadBegin_, size);
+        aheadBegin_ += size;
         if (read.remaining == 0) {
             auto handler = std::move(read.handler);
             reads_.pop_front();

@@ -44,6 +44,9 @@ public:
 
     // Largest piece a read asks the socket for; a long read grows its result piece by piece.
     static constexpr std::size_t kReadChunkSize = 64 * 1024;
+    // Least a receive asks for, whatever the read: what it brings beyond the read waits in the
+    // stream for the reads that follow.
+    static constexpr std::size_t kReadAheadSize = 4096;
 
     // Over a connected stream socket's descriptor, which belongs to the stream from then on
     // (on failure it is closed). nullptr when the descriptor is no connected stream socket;
@@ -86,7 +89,8 @@ private:
 
     void startRead();
     void startWrite();
-    void onRead(const std::error_code& error, std::size_t size);
+    // Reports to the first read what waits in the read buffer, or the receive's error.
+    void onRead(const std::error_code& error);
     void onWrite(const std::error_code& error);
     // Reports ECANCELED for an operation refused after close, later on the queue.
     void postRefusal(std::function<void()> report);
@@ -101,6 +105,8 @@ private:
     std::deque<PendingRead> reads_;
     std::deque<PendingWrite> writes_;
     Bytes readBuffer_;
+    std::size_t aheadBegin_ = 0;  // readBuffer_[aheadBegin_, aheadEnd_) is received and not yet read
+    std::size_t aheadEnd_ = 0;
     std::size_t postedRefusals_ = 0;
     std::size_t queuedWriteBytes_ = 0;
     std::optional<int> readEnd_;  // how the stream's reading ended: 0 end of stream, else errno
