@@ -4,6 +4,7 @@
 // some whose objects go away mid-stream); each byte of the rest also moves the clock on by its
 // value in tenths of a millisecond. Nothing a stream does may fault, and the values read back
 // must be sane.
+#include "DictionaryFuzzSupport.hpp"
 #include "FuzzCheck.hpp"
 #include "MIDICore/MIDI1Parser.hpp"
 #include "backends/midi_loopback/LoopbackMIDIServer.hpp"
@@ -25,10 +26,7 @@ namespace {
 
 using namespace havrel;
 
-class DiscardingSink final : public LogSink {
-public:
-    void write(std::string_view) override {}
-};
+using fuzz::DiscardingSink;
 
 double now = 1000.0;
 

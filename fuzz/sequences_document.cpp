@@ -2,6 +2,7 @@
 // with a reason, or read into sequences whose written form reads back to the same form. Nothing
 // may fault.
 #include "FuzzCheck.hpp"
+#include "DictionaryFuzzSupport.hpp"
 #include "musical_output/HVSequencesDocument.hpp"
 #include "platform/Log.hpp"
 
@@ -14,25 +15,9 @@ namespace {
 
 using namespace havrel;
 
-class DiscardingSink final : public LogSink {
-public:
-    void write(std::string_view) override {}
-};
+using fuzz::DiscardingSink;
 
-// Identifiers are new at every read: they are left out of the comparison.
-Dictionary withoutIdentifiers(Dictionary value) {
-    if (value.is_object()) {
-        value.erase("UUID");
-        for (auto& [key, element] : value.items()) {
-            element = withoutIdentifiers(element);
-        }
-    } else if (value.is_array()) {
-        for (auto& element : value) {
-            element = withoutIdentifiers(element);
-        }
-    }
-    return value;
-}
+using fuzz::withoutIdentifiers;
 
 }  // namespace
 

@@ -2,6 +2,7 @@
 // whose first byte chooses the reader. A reader either refuses the dictionary (nullptr, one log
 // line) or builds an object whose written form reads back to the same form. Nothing may fault.
 #include "FuzzCheck.hpp"
+#include "DictionaryFuzzSupport.hpp"
 #include "model/HVDictionaryReading.hpp"
 #include "platform/Log.hpp"
 #include "sequencing/HVArpeggio.hpp"
@@ -15,25 +16,9 @@ namespace {
 
 using namespace havrel;
 
-class DiscardingSink final : public LogSink {
-public:
-    void write(std::string_view) override {}
-};
+using fuzz::DiscardingSink;
 
-// Identifiers are new at every read: they are left out of the comparison.
-Dictionary withoutIdentifiers(Dictionary value) {
-    if (value.is_object()) {
-        value.erase("UUID");
-        for (auto& [key, element] : value.items()) {
-            element = withoutIdentifiers(element);
-        }
-    } else if (value.is_array()) {
-        for (auto& element : value) {
-            element = withoutIdentifiers(element);
-        }
-    }
-    return value;
-}
+using fuzz::withoutIdentifiers;
 
 void checkSequence(const HVMIDISequencePtr& sequence) {
     FUZZ_CHECK(sequence->steps.size() == sequence->length());
